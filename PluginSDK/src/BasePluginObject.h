@@ -153,10 +153,10 @@ class PLUGINSDK_API CPluginUtil {
 /// the caller's and nothing half-built is handed out.
 class PLUGINSDK_API CBasePluginObject : public CPluginUtil {
  public:
-  std::string m_appGUID;                   ///< GUID of the plugin application; "appGUID" of every report
-  std::string m_accessKey;                 ///< secret shared with the agent; needed under "v2" only
-  std::string m_version = ApiVersion::v1;  ///< API version; put before the method whatever it holds
-  std::string m_moduleName;                ///< module on whose behalf reports are sent
+  std::string m_appGUID;     ///< GUID of the plugin application; "appGUID" of every report
+  std::string m_accessKey;   ///< secret shared with the agent; needed under "v2" only
+  std::string m_version;     ///< API version, "v1" at first; put before the method whatever it holds
+  std::string m_moduleName;  ///< module on whose behalf reports are sent
 
   CBasePluginObject();
 
