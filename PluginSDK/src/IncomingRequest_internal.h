@@ -1,7 +1,10 @@
 /// @file
-/// Internal, not installed: the verification that commands and alarm updates of the agent share.
+/// Internal, not installed: what the parsers of the agent's commands and alarm updates share.
 #pragma once
 
+#include <cjson/cJSON.h>
+
+#include <list>
 #include <string>
 
 namespace pluginsdk::internal {
@@ -13,5 +16,10 @@ namespace pluginsdk::internal {
 /// Throws std::out_of_range ("basic_string::replace ...") when a "v2" method with an access key does
 /// not occur verbatim in the text, for instance because the sender escaped a character of it.
 bool IsAuthentic(const char* text, const std::string& method, const std::string& accessKey);
+
+/// Moves the children of `parent`, in order, to the end of `owned`, in time linear in their number; each is
+/// a tree of its own then, to be freed with cJSON_Delete. A null parent has no children. When this throws
+/// std::bad_alloc, nothing was moved.
+void TakeChildren(cJSON* parent, std::list<cJSON*>& owned);
 
 }  // namespace pluginsdk::internal

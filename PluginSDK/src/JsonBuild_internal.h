@@ -36,16 +36,21 @@ void AttachIfUsable(cJSON* object, const char* key, cJSON* collection);
 /// Adds the current time, whole seconds since 1970 in decimal digits, as a string.
 void AddEpoch(cJSON* object, const char* key = "epoch");
 
+/// The tree of a received text; null for a null text and for one that is not JSON.
+JsonPtr Parse(const char* text);
+
 /// Printed text, indented or compact; null when there is no memory or the tree cannot be printed.
 JsonText Print(const cJSON* tree, bool formatted);
 
-/// Whether the indented printing of `tree` is longer than `limit` bytes (at most kLargestLimit).
-/// The usual verdict needs no allocation. Throws std::bad_alloc when the tree cannot be printed.
+/// Whether the indented printing of `tree` is longer than `limit` bytes. A printing of up to
+/// kLargestLimit bytes is measured without an allocation. Throws std::bad_alloc when the tree cannot be
+/// printed.
 constexpr std::size_t kLargestLimit = 2048;
 bool PrintsLongerThan(const cJSON* tree, std::size_t limit);
 
-/// The text of a string member, empty when the object is null, the member absent or of another type.
-/// Keys compare without regard to letter case. The view lives as long as the tree is unchanged.
+/// The text of a string member, "" when the object is null, the member absent or of another type.
+/// Keys compare without regard to letter case. The view is terminated, never null, and lives as long as
+/// the tree is unchanged.
 std::string_view StringMember(const cJSON* object, const char* key);
 
 /// A copy of `text`. A null text leaves as the std::logic_error that plugins know from the standard

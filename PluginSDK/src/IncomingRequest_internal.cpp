@@ -1,0 +1,51 @@
+#include "IncomingRequest_internal.h"
+
+#include <string_view>
+#include <utility>
+
+#include "BasePluginObject.h"
+#include "JsonHandle_internal.h"
+
+namespace pluginsdk::internal {
+
+namespace {
+
+constexpr std::string_view kMarker = "?authorization=";
+
+bool Contains(const std::string& text, const char* word) {
+  return text.find(word) != std::string::npos;
+}
+
+// The text that the sender digested: as received, with the method value cut short at its first "?".
+std::string UnsignedText(const char* text, const std::string& method) {
+  std::string work(text);
+  // Throws for the position "not found": that exception is the answer to a method that the sender escaped.
+  work.replace(work.find(method), method.size(), method, 0, method.find('?'));
+  return work;
+}
+
+bool IsSigned(const char* text, const std::string& method, const std::string& accessKey) {
+  std::string digest;
+  if (!CPluginUtil::GetSignDigest(UnsignedText(text, method), &digest)) return false;
+  const std::size_t marker = method.rfind(kMarker);
+  if (marker == std::string::npos) return false;
+  return CPluginUtil::VerifySignature(std::move(digest), accessKey, method.substr(marker + kMarker.size()));
+}
+
+}  // namespace
+
+bool IsAuthentic(const char* text, const std::string& method, const std::string& accessKey) {
+  if (Contains(method, "v1")) return true;
+  if (accessKey.empty() || !Contains(method, "v2")) return false;
+  return IsSigned(text, method, accessKey);
+}
+
+void TakeChildren(cJSON* parent, std::list<cJSON*>& owned) {
+  std::list<cJSON*> children;
+  // The only step that needs memory comes first, while the children still belong to their parent.
+  for (cJSON* child : Children(parent)) children.push_back(child);
+  for (cJSON* child : children) cJSON_DetachItemViaPointer(parent, child);
+  owned.splice(owned.end(), children);
+}
+
+}  // namespace pluginsdk::internal
