@@ -7,6 +7,8 @@
 
 #include <cjson/cJSON.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <exception>
 #include <string>
 
@@ -80,6 +82,20 @@ class PLUGINSDK_API CPluginException : public virtual std::exception {
   std::string m_message;
 };
 
+/// Opt-in limits for the verification of received requests. Without them any Argon2id parameters are
+/// accepted and requests of version "v1" pass unverified, so whoever can write to the agent's channel can
+/// make the plugin spend gigabytes of memory on one signature, or evade signing altogether. The defaults
+/// admit exactly what the system's own signatures cost. Pass the limits to the constructor of
+/// CCommandPluginJson or CAlarmUpdatePluginJson, or to CPluginUtil::VerifySignature.
+struct VerificationLimits {
+  std::uint32_t maxMemoryKiB = 64;  ///< memory of one hash, closed range
+  std::uint32_t maxPasses = 16;     ///< passes over that memory, closed range
+  std::uint32_t maxLanes = 8;       ///< lanes, each a thread of its own, closed range
+  std::size_t maxSignatureLength =
+      108;                     ///< bytes of the encoded signature; bounds salt and hash, closed range
+  bool refuseUnsigned = true;  ///< refuse "v1" texts when an access key is given
+};
+
 /// Static helpers: readers of JSON members, classification of received texts, formats, random texts,
 /// signatures. Safe for concurrent use, but for GenerateRandomString and what draws a salt from it:
 /// those share the sequence of the C library's rand, which this library never seeds.
@@ -141,6 +157,11 @@ class PLUGINSDK_API CPluginUtil {
   /// Whether `signature`, an Argon2id encoded hash, was made of digest + "|" + accessKey. Its own
   /// parameters and salt are used. Never throws on bad input; false for anything malformed.
   static bool VerifySignature(std::string digest, std::string accessKey, std::string signature);
+
+  /// The same, but a signature that asks for more than `limits` allows, or that does not begin in the form
+  /// "$argon2id$v=19$m=<decimal>,t=<decimal>,p=<decimal>$", is refused before anything is computed.
+  static bool VerifySignature(std::string digest, std::string accessKey, std::string signature,
+                              const VerificationLimits& limits);
 };
 
 /// Base of every builder: who sends, in which API version, signed with which key. One thread at a time;

@@ -2,7 +2,9 @@
 #include <openssl/crypto.h>
 #include <openssl/sha.h>
 
+#include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstdint>
 #include <string_view>
 
@@ -112,6 +114,27 @@ bool ReadOwnSignature(std::string_view signature, Block& salt, Block& hash) {
          ReadBase64(blocks.substr(kBlockText + 1), hash);
 }
 
+// Takes `name`, a decimal number up to `limit` and `end` off the front of `text`; false when they are not
+// there.
+bool TakeParameter(std::string_view& text, std::string_view name, std::uint32_t limit, char end) {
+  if (text.substr(0, name.size()) != name) return false;
+  text.remove_prefix(name.size());
+  std::uint32_t value = 0;
+  const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc() || value > limit) return false;
+  text.remove_prefix(static_cast<std::size_t>(stop - text.data()));
+  if (text.empty() || text.front() != end) return false;
+  text.remove_prefix(1);
+  return true;
+}
+
+bool IsWithin(std::string_view signature, const VerificationLimits& limits) {
+  return signature.size() <= limits.maxSignatureLength &&
+         TakeParameter(signature, "$argon2id$v=19$m=", limits.maxMemoryKiB, ',') &&
+         TakeParameter(signature, "t=", limits.maxPasses, ',') &&
+         TakeParameter(signature, "p=", limits.maxLanes, '$');
+}
+
 std::string SignedMethod(std::string_view method, std::string_view signature) {
   std::string text;
   text.reserve(method.size() + kMarker.size() + signature.size());
@@ -163,6 +186,12 @@ bool CPluginUtil::VerifySignature(std::string digest, std::string accessKey, std
   }
   Block hash;
   return Hash(password, salt, hash) && CRYPTO_memcmp(hash.data(), expected.data(), kBlockSize) == 0;
+}
+
+bool CPluginUtil::VerifySignature(std::string digest, std::string accessKey, std::string signature,
+                                  const VerificationLimits& limits) {
+  const WipeAtEnd wipe(accessKey);
+  return IsWithin(signature, limits) && VerifySignature(std::move(digest), accessKey, std::move(signature));
 }
 
 std::string CBasePluginObject::GetSignedMethod(std::string method, std::string signature) {
