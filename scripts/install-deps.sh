@@ -11,7 +11,10 @@ set -euo pipefail
 packages=(g++ cmake ninja-build pkg-config libcjson-dev libargon2-dev libssl-dev libgtest-dev libcli11-dev)
 for group in "$@"; do
   case "$group" in
-    check) packages+=(clang clang-format clang-tidy libclang-rt-14-dev valgrind abigail-tools gcovr git binutils python3) ;;
+    check)
+      packages+=(clang clang-format clang-tidy libclang-rt-14-dev valgrind abigail-tools gcovr git binutils
+        python3 shellcheck)
+      ;;
     bench) packages+=(libbenchmark-dev libspdlog-dev nlohmann-json3-dev rapidjson-dev python3) ;;
     fuzz) packages+=(clang libclang-rt-14-dev) ;;
     *) echo "install-deps.sh: unknown group '$group' (known: check, bench, fuzz)" >&2; exit 2 ;;
@@ -22,32 +25,41 @@ missing=()
 for package in "${packages[@]}"; do
   # A tool that is on the path already (a compiler built by hand, say) needs no package.
   case "$package" in
-    g++ | cmake | git | python3 | valgrind | gcovr) command -v "$package" >/dev/null && continue ;;
+    g++ | cmake | git | python3 | valgrind | gcovr | shellcheck | pkg-config)
+      command -v "$package" >/dev/null && continue
+      ;;
     ninja-build) command -v ninja >/dev/null && continue ;;
   esac
   dpkg-query -W -f='${db:Status-Status}\n' "$package" 2>/dev/null | grep -qx installed || missing+=("$package")
 done
 [ ${#missing[@]} -eq 0 ] && exit 0
 
+refuse() {
+  {
+    echo "install-deps.sh: these packages are missing: ${missing[*]}"
+    echo "install-deps.sh: $1; run this script as root, or: apt-get install ${missing[*]}"
+  } >&2
+  exit 1
+}
+
 as_root=()
 if [ "$(id -u)" -ne 0 ]; then
-  if ! command -v sudo >/dev/null; then
-    echo "install-deps.sh: these packages are missing: ${missing[*]}" >&2
-    echo "install-deps.sh: run this script as root, or install sudo, or: apt-get install ${missing[*]}" >&2
-    exit 1
-  fi
+  command -v sudo >/dev/null || refuse "this user is not root and there is no sudo"
+  # Without a terminal sudo cannot ask for a password, and must not wait for one.
+  [ -t 0 ] || sudo -n true 2>/dev/null || refuse "sudo wants a password and there is no terminal to ask on"
   as_root=(sudo)
 fi
 
 echo "Installing: ${missing[*]}"
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
-install() { "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "${missing[@]}" >"$log" 2>&1; }
+apt() {
+  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=120 "$@" >"$log" 2>&1
+}
+install() { apt install -y --no-install-recommends "${missing[@]}"; }
 # Package lists may be absent or old: only then is the slower update worth its time.
-if ! install; then
-  if ! { "${as_root[@]}" apt-get update >"$log" 2>&1 && install; }; then
-    cat "$log" >&2
-    echo "install-deps.sh: could not install: ${missing[*]}" >&2
-    exit 1
-  fi
+if ! install && ! { apt update && install; }; then
+  cat "$log" >&2
+  echo "install-deps.sh: could not install: ${missing[*]}" >&2
+  exit 1
 fi
