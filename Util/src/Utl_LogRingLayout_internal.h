@@ -4,6 +4,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -41,5 +42,79 @@ static_assert(offsetof(Header, bytesStored) == 32);
 static_assert(offsetof(Header, reserved2) == 36);
 static_assert(sizeof(Header) == kRingStart);
 static_assert(kCapacity == 524124);
+
+/// The fields that change with every line, as one reader saw them.
+struct State {
+  std::uint32_t readPosition = kRingStart;
+  std::uint32_t writePosition = kRingStart;
+  std::uint8_t wrapped = 0;
+  std::int32_t bytesStored = 0;  ///< stays at INT32_MAX once that many are stored
+};
+
+/// Whether storing lines can have led to this state. The position of a wrapped ring is not compared with the
+/// count: the count stops at its largest value, and what is kept does not depend on it.
+constexpr bool CanBeTrue(const State& state) {
+  if (state.wrapped == 0) {
+    return state.readPosition == kRingStart && state.bytesStored >= 0 &&
+           static_cast<std::uint32_t>(state.bytesStored) <= kCapacity &&
+           state.writePosition == kRingStart + static_cast<std::uint32_t>(state.bytesStored);
+  }
+  return state.wrapped == 1 && state.readPosition == state.writePosition &&
+         state.writePosition >= kRingStart && state.writePosition <= kSegmentSize &&
+         state.bytesStored > static_cast<std::int32_t>(kCapacity);
+}
+
+// The words of a mapped header are shared with other processes, which may write them at any moment. Each is
+// loaded and stored once, as a whole; OrderBarrier keeps what stands before it before what stands behind it.
+
+inline void OrderBarrier() {
+#if defined(__SANITIZE_THREAD__)
+  std::atomic_signal_fence(
+      std::memory_order_seq_cst);  // GCC's ThreadSanitizer knows no fence between threads
+#else
+  std::atomic_thread_fence(std::memory_order_acq_rel);
+#endif
+}
+
+inline State LoadState(const Header& header) {
+  State state;
+  state.readPosition = __atomic_load_n(&header.readPosition, __ATOMIC_RELAXED);
+  state.writePosition = __atomic_load_n(&header.writePosition, __ATOMIC_RELAXED);
+  state.wrapped = __atomic_load_n(&header.wrapped, __ATOMIC_RELAXED);
+  state.bytesStored = __atomic_load_n(&header.bytesStored, __ATOMIC_RELAXED);
+  return state;
+}
+
+inline void StoreState(Header& header, const State& state) {
+  __atomic_store_n(&header.readPosition, state.readPosition, __ATOMIC_RELAXED);
+  __atomic_store_n(&header.writePosition, state.writePosition, __ATOMIC_RELAXED);
+  __atomic_store_n(&header.wrapped, state.wrapped, __ATOMIC_RELAXED);
+  __atomic_store_n(&header.bytesStored, state.bytesStored, __ATOMIC_RELAXED);
+}
+
+inline std::array<std::uint32_t, 4> LoadMagic(const Header& header) {
+  std::array<std::uint32_t, 4> magic = {};
+  for (std::size_t i = 0; i < magic.size(); ++i) {
+    magic[i] = __atomic_load_n(&header.magic[i], __ATOMIC_RELAXED);
+  }
+  return magic;
+}
+
+inline void StoreMagic(Header& header, const std::array<std::uint32_t, 4>& magic) {
+  for (std::size_t i = 0; i < magic.size(); ++i) {
+    __atomic_store_n(&header.magic[i], magic[i], __ATOMIC_RELAXED);
+  }
+}
+
+/// To be called before anything of the segment changes, and after it has changed.
+inline void BeginChange(Header& header) {
+  StoreMagic(header, {});
+  OrderBarrier();
+}
+
+inline void EndChange(Header& header) {
+  OrderBarrier();
+  StoreMagic(header, kMagic);
+}
 
 }  // namespace pluginsdk::ring

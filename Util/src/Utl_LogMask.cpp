@@ -1,0 +1,158 @@
+/// @file
+/// Masking: credentials in logged texts become a single asterisk each.
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "Utl_Log.h"
+#include "Utl_Log_internal.h"
+
+namespace {
+
+struct MaskRow {
+  std::string_view key;
+  std::string_view terminator;
+};
+
+/// Applied in this order, each to what the row before left. Names in headers occur in either case, so each
+/// spelling has a row of its own.
+constexpr std::array<MaskRow, 14> kMaskRows = {{
+    {"accessTicket: ", "\n"},
+    {"devSpecAccessTicket: ", "\n"},
+    {"password: ", "\n"},
+    {"Password: ", ","},
+    {R"(\"password\": \")", R"(\")"},  // JSON inside a JSON string, hence the backslashes
+    {"service_ticket: ", "\n"},
+    {"serPwd=", "&"},
+    {"x-kt-serviceTicket: ", "\n"},
+    {"X-kt-serviceTicket: ", "\n"},
+    {R"("kelCredentialHeader":)", ","},
+    {R"("kevCredentialHeader":)", "}"},
+    {R"(\"kelCredentialHeader\":)", ","},
+    {R"(\"kevCredentialHeader\":)", "}"},
+    {"kel_credential: ", "\n"},
+}};
+
+// Behind a comma only the password inside its quotes is replaced, which keeps the JSON well formed.
+constexpr MaskRow kPartnerPasswordInJson = {R"(,"partnerPassword":")", R"(",)"};
+constexpr MaskRow kPartnerPassword = {R"("partnerPassword":)", "\n"};
+constexpr MaskRow kKey = {R"("key":)", "\n"};
+
+/// printf counts a line in an int and gives up on a longer one; the rest of the range is left to the line's
+/// header, prefix and suffix.
+constexpr std::size_t kLongestLogged = INT_MAX - 16 * 1024 * 1024;
+
+const char* OrEmpty(const char* text) {
+  return text == nullptr ? "" : text;
+}
+
+/// Offset of the first `needle` in the bytes of `text` from `from` on, npos when there is none.
+std::size_t Find(std::string_view text, std::size_t from, std::string_view needle) {
+  const char* begin = text.data() + from;
+  const void* found = needle.size() == 1 ? std::memchr(begin, needle.front(), text.size() - from)
+                                         : ::memmem(begin, text.size() - from, needle.data(), needle.size());
+  return found == nullptr ? std::string_view::npos
+                          : static_cast<std::size_t>(static_cast<const char*>(found) - text.data());
+}
+
+/// Masks one row in a single pass: `kept` bytes of the result stand at the front of the buffer while
+/// `taken` bytes of the text have been dealt with. The result never overtakes the text, so everything
+/// behind `taken` is still as it was.
+std::size_t MaskRowIn(char* buffer, std::size_t length, std::string_view key, std::string_view terminator) {
+  const std::string_view text(buffer, length);
+  std::size_t kept = 0;
+  std::size_t taken = 0;
+  const auto keepUpTo = [&](std::size_t end) {
+    if (kept != taken) {
+      std::memmove(buffer + kept, buffer + taken, end - taken);
+    }
+    kept += end - taken;
+    taken = end;
+  };
+
+  // A key may begin with the terminator of the value before it, or with the end of that terminator; one that
+  // ends before the terminator does is a part of it.
+  const std::size_t overlap = std::min(key.size(), terminator.size());
+  std::size_t cursor = 0;
+  while (true) {
+    const std::size_t found = Find(text, cursor, key);
+    if (found == std::string_view::npos || found + key.size() == length) {
+      break;
+    }
+    const std::size_t value = found + key.size();
+    const std::size_t end = std::min(Find(text, value, terminator), length);
+    if (end != value) {
+      keepUpTo(value);
+      buffer[kept++] = '*';
+      taken = end;
+    }
+    if (end == length) {
+      break;
+    }
+    cursor = end + terminator.size() - overlap;
+  }
+  keepUpTo(length);
+  ::explicit_bzero(buffer + kept, length - kept);
+  return kept;
+}
+
+std::size_t MaskEverything(char* buffer, std::size_t length) {
+  for (const MaskRow& row : kMaskRows) {
+    length = MaskRowIn(buffer, length, row.key, row.terminator);
+  }
+  const bool inJson = Find({buffer, length}, 0, kPartnerPasswordInJson.key) != std::string_view::npos;
+  const MaskRow& partner = inJson ? kPartnerPasswordInJson : kPartnerPassword;
+  length = MaskRowIn(buffer, length, partner.key, partner.terminator);
+  return MaskRowIn(buffer, length, kKey.key, kKey.terminator);
+}
+
+}  // namespace
+
+unsigned long maskText(char* buffer, unsigned long length, const char* key, const char* terminator) {
+  const std::string_view keyBytes = OrEmpty(key);
+  const std::string_view terminatorBytes = OrEmpty(terminator);
+  if (buffer == nullptr) {
+    return 0;
+  }
+  if (keyBytes.empty() || terminatorBytes.empty()) {
+    return length;
+  }
+  return MaskRowIn(buffer, length, keyBytes, terminatorBytes);
+}
+
+const char* UTLString_strnstr(const char* haystack, const char* needle, unsigned long length) {
+  const std::string_view text = haystack == nullptr ? std::string_view() : std::string_view(haystack, length);
+  const std::string_view wanted = OrEmpty(needle);
+  if (wanted.empty()) {
+    return haystack;
+  }
+  const std::size_t found = Find(text, 0, wanted);
+  return found == std::string_view::npos ? nullptr : haystack + found;
+}
+
+// Never inlined: leak checkers know the copy that stays behind by this function's name.
+__attribute__((noinline)) void Util_LogSensitiveString(const char* prefix, const char* text,
+                                                       const char* suffix, const char* file, int line,
+                                                       const char* function) {
+  const int callersErrno = errno;
+  const std::string_view original = OrEmpty(text);
+  char* copy = static_cast<char*>(std::malloc(original.size()));
+  errno = callersErrno;
+  if (copy == nullptr && !original.empty()) {
+    UTL_LOGPrint(UTL_LOG_ERR, kLogSource, __LINE__, "Util_LogSensitiveString", "Failed to malloc memory");
+    return;
+  }
+
+  std::size_t length = 0;
+  if (!original.empty()) {
+    std::memcpy(copy, original.data(), original.size());
+    length = MaskEverything(copy, original.size());
+  }
+  UTL_LOGPrint(UTL_LOG_INFO, file, line, function, "%s%.*s%s", OrEmpty(prefix),
+               static_cast<int>(std::min(length, kLongestLogged)), length == 0 ? "" : copy, OrEmpty(suffix));
+}
