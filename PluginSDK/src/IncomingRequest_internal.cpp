@@ -3,7 +3,6 @@
 #include <string_view>
 #include <utility>
 
-#include "BasePluginObject.h"
 #include "JsonHandle_internal.h"
 
 namespace pluginsdk::internal {
@@ -24,20 +23,25 @@ std::string UnsignedText(const char* text, const std::string& method) {
   return work;
 }
 
-bool IsSigned(const char* text, const std::string& method, const std::string& accessKey) {
+bool IsSigned(const char* text, const std::string& method, const std::string& accessKey,
+              const VerificationLimits* limits) {
   std::string digest;
   if (!CPluginUtil::GetSignDigest(UnsignedText(text, method), &digest)) return false;
   const std::size_t marker = method.rfind(kMarker);
   if (marker == std::string::npos) return false;
-  return CPluginUtil::VerifySignature(std::move(digest), accessKey, method.substr(marker + kMarker.size()));
+  std::string signature = method.substr(marker + kMarker.size());
+  if (limits == nullptr) return CPluginUtil::VerifySignature(digest, accessKey, std::move(signature));
+  return CPluginUtil::VerifySignature(digest, accessKey, std::move(signature), *limits);
 }
 
 }  // namespace
 
-bool IsAuthentic(const char* text, const std::string& method, const std::string& accessKey) {
-  if (Contains(method, "v1")) return true;
+bool IsAuthentic(const char* text, const std::string& method, const std::string& accessKey,
+                 const VerificationLimits* limits) {
+  const bool refuseUnsigned = limits != nullptr && limits->refuseUnsigned && !accessKey.empty();
+  if (Contains(method, "v1")) return !refuseUnsigned;
   if (accessKey.empty() || !Contains(method, "v2")) return false;
-  return IsSigned(text, method, accessKey);
+  return IsSigned(text, method, accessKey, limits);
 }
 
 void TakeChildren(cJSON* parent, std::list<cJSON*>& owned) {

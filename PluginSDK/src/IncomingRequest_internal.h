@@ -7,6 +7,8 @@
 #include <list>
 #include <string>
 
+#include "BasePluginObject.h"
+
 namespace pluginsdk::internal {
 
 /// Whether a received request may be trusted. `text` is the request as received, `method` the value of
@@ -15,7 +17,9 @@ namespace pluginsdk::internal {
 /// signature of the text in which the first occurrence of `method` is cut short at its first "?".
 /// Throws std::out_of_range ("basic_string::replace ...") when a "v2" method with an access key does
 /// not occur verbatim in the text, for instance because the sender escaped a character of it.
-bool IsAuthentic(const char* text, const std::string& method, const std::string& accessKey);
+/// `limits`, when given, bound the signature and may refuse what is accepted unverified.
+bool IsAuthentic(const char* text, const std::string& method, const std::string& accessKey,
+                 const VerificationLimits* limits);
 
 /// Moves the children of `parent`, in order, to the end of `owned`, in time linear in their number; each is
 /// a tree of its own then, to be freed with cJSON_Delete. A null parent has no children. When this throws
