@@ -31,7 +31,7 @@
 #include "PluginSDK_export.h"
 
 /// Levels are switches, not a threshold: each is on or off by itself.
-enum UTL_LOGLevel {
+enum UTL_LOGLevel : int {
   UTL_LOG_TRACE = 0,     ///< printed " TRACE ", off by default
   UTL_LOG_DBG = 1,       ///< printed " DBG   ", off by default
   UTL_LOG_INFO = 2,      ///< printed " INFO  "
@@ -117,8 +117,7 @@ PLUGINSDK_API void UTL_LOGStopSpecialLogs();
 /// Turns in-memory logging on or off. Turning it on with the identifier of a process that died adopts what
 /// that process had stored; a segment that contradicts itself is emptied, with a warning. Turning it off
 /// flushes the ring and removes the segment. Lines are stored only while a process log file is open, and no
-/// file is opened or switched between flushes. Without a prior UTL_LOGInit the facility initialises itself,
-/// with the warning above.
+/// file is opened or switched between flushes. Does not initialise the facility; may come before UTL_LOGInit.
 /// @param enable asking for the present state does nothing and returns 0.
 /// @param id names the segment "/LOG_Shm_<id>", owner-only; one process at a time may use an identifier.
 ///   Looked at only when turning on.
