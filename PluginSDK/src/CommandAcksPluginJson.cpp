@@ -1,6 +1,10 @@
 #include "CommandAcksPluginJson.h"
 
+#include <algorithm>
+#include <charconv>
 #include <cmath>
+#include <cstddef>
+#include <iterator>
 #include <new>
 #include <utility>
 
@@ -29,12 +33,17 @@ void Log(int line, const char* format, Value value) {
   UTL_LOGPrint(UTL_LOG_INFO, kSource, line, "ValidateCommands", format, value);
 }
 
-// Integers of up to fifteen digits print and read back as they are, in whatever way cJSON writes them. Not
-// so a negative zero, whose sign some versions drop.
+// cJSON writes fifteen significant digits when they are precise enough, else seventeen. So a number that has
+// no more than fifteen prints and reads back as it is. Not so a negative zero, whose sign some versions drop.
 bool PrintsAsItIs(double value) {
-  constexpr double kSixteenDigits = 1e15;
-  const bool negativeZero = value == 0.0 && std::signbit(value);
-  return std::fabs(value) < kSixteenDigits && value == std::trunc(value) && !negativeZero;
+  if (value == 0.0) return !std::signbit(value);
+  if (!std::isfinite(value)) return false;
+  constexpr std::ptrdiff_t kLongestMantissa = 1 + 15;  // the point and the digits
+  char shortest[32];
+  const auto end =
+      std::to_chars(std::begin(shortest), std::end(shortest), std::fabs(value), std::chars_format::scientific)
+          .ptr;
+  return std::find(shortest, end, 'e') - shortest <= kLongestMantissa;
 }
 
 // A command is handed out as its printed text would read: numbers have the precision of cJSON's printing,

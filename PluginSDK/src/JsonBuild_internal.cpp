@@ -25,6 +25,36 @@ void RequireDone(Result result) {
   if (!result) throw std::bad_alloc();
 }
 
+// Bytes that cJSON writes for a text at most: quotes, and escapes of one or five bytes more.
+std::size_t PrintedText(const char* text) {
+  if (text == nullptr) return 2;
+  std::size_t size = 2;
+  for (; *text != '\0'; ++text) {
+    const auto byte = static_cast<unsigned char>(*text);
+    size += byte < 0x20U ? 6 : 1;
+    size += byte == '"' || byte == '\\' ? 1 : 0;
+  }
+  return size;
+}
+
+// Whether the indented printing of `item` certainly takes no more than `left` bytes, which are used up by
+// it. Printing a message that is far from its limit only to measure it would cost half as much as building
+// it.
+bool CertainlyFits(const cJSON* item, std::size_t depth, std::size_t& left) {
+  constexpr std::size_t kLongestNumber = 25;  // longer than any literal
+  constexpr std::size_t kPunctuation = sizeof ":\t{\n},\n";
+  std::size_t size = kPunctuation + 2 * depth;  // tabs before the key and before the closing brace
+  if (item->string != nullptr) size += PrintedText(item->string);
+  if (cJSON_IsRaw(item)) return false;
+  size += cJSON_IsString(item) ? PrintedText(item->valuestring) : kLongestNumber;
+  if (size > left) return false;
+  left -= size;
+  for (const cJSON* child : Children(item)) {
+    if (!CertainlyFits(child, depth + 1, left)) return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 JsonPtr NewObject() {
@@ -85,6 +115,8 @@ JsonText Print(const cJSON* tree, bool formatted) {
 }
 
 bool PrintsLongerThan(const cJSON* tree, std::size_t limit) {
+  std::size_t left = limit;
+  if (tree != nullptr && CertainlyFits(tree, 0, left)) return false;
   // The terminator, and the one byte by which cJSON overestimates what its last step needs.
   constexpr std::size_t kSlack = 2;
   char buffer[kLargestLimit + kSlack];

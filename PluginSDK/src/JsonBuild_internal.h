@@ -42,9 +42,9 @@ JsonPtr Parse(const char* text);
 /// Printed text, indented or compact; null when there is no memory or the tree cannot be printed.
 JsonText Print(const cJSON* tree, bool formatted);
 
-/// Whether the indented printing of `tree` is longer than `limit` bytes. A printing of up to
-/// kLargestLimit bytes is measured without an allocation. Throws std::bad_alloc when the tree cannot be
-/// printed.
+/// Whether the indented printing of `tree` is longer than `limit` bytes. It is printed only when a bound on
+/// its size does not decide already, and up to kLargestLimit bytes without an allocation. Throws
+/// std::bad_alloc when there is no memory to print it.
 constexpr std::size_t kLargestLimit = 2048;
 bool PrintsLongerThan(const cJSON* tree, std::size_t limit);
 
