@@ -5,6 +5,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -21,7 +22,7 @@ struct MaskRow {
 
 /// Applied in this order, each to what the row before left. Names in headers occur in either case, so each
 /// spelling has a row of its own.
-constexpr std::array<MaskRow, 14> kMaskRows = {{
+constexpr std::array<MaskRow, 17> kMaskRows = {{
     {"accessTicket: ", "\n"},
     {"devSpecAccessTicket: ", "\n"},
     {"password: ", "\n"},
@@ -36,12 +37,15 @@ constexpr std::array<MaskRow, 14> kMaskRows = {{
     {R"(\"kelCredentialHeader\":)", ","},
     {R"(\"kevCredentialHeader\":)", "}"},
     {"kel_credential: ", "\n"},
+    {R"(,"partnerPassword":")", R"(",)"},
+    {R"("partnerPassword":)", "\n"},
+    {R"("key":)", "\n"},
 }};
 
-// Behind a comma only the password inside its quotes is replaced, which keeps the JSON well formed.
-constexpr MaskRow kPartnerPasswordInJson = {R"(,"partnerPassword":")", R"(",)"};
-constexpr MaskRow kPartnerPassword = {R"("partnerPassword":)", "\n"};
-constexpr MaskRow kKey = {R"("key":)", "\n"};
+// Behind a comma only the password inside its quotes is replaced, which keeps the JSON well formed; the
+// second row serves texts in which the first finds nothing.
+constexpr std::size_t kPartnerPasswordInJson = 14;
+constexpr std::size_t kPartnerPassword = 15;
 
 /// printf counts a line in an int and gives up on a longer one; the rest of the range is left to the line's
 /// header, prefix and suffix.
@@ -101,14 +105,67 @@ std::size_t MaskRowIn(char* buffer, std::size_t length, std::string_view key, st
   return kept;
 }
 
-std::size_t MaskEverything(char* buffer, std::size_t length) {
-  for (const MaskRow& row : kMaskRows) {
-    length = MaskRowIn(buffer, length, row.key, row.terminator);
+/// Bit i of an entry: the key of row i has this byte at this distance from its end.
+constexpr std::size_t kFilterLength = 3;
+using KeyEndings = std::array<std::array<std::uint32_t, 256>, kFilterLength>;
+
+constexpr KeyEndings MakeKeyEndings() {
+  KeyEndings endings = {};
+  for (std::size_t row = 0; row < kMaskRows.size(); ++row) {
+    const std::string_view key = kMaskRows[row].key;
+    for (std::size_t distance = 0; distance < kFilterLength; ++distance) {
+      endings[distance][static_cast<unsigned char>(key[key.size() - 1 - distance])] |= 1U << row;
+    }
   }
-  const bool inJson = Find({buffer, length}, 0, kPartnerPasswordInJson.key) != std::string_view::npos;
-  const MaskRow& partner = inJson ? kPartnerPasswordInJson : kPartnerPassword;
-  length = MaskRowIn(buffer, length, partner.key, partner.terminator);
-  return MaskRowIn(buffer, length, kKey.key, kKey.terminator);
+  return endings;
+}
+constexpr KeyEndings kKeyEndings = MakeKeyEndings();
+
+constexpr bool NoKeyHasAsterisk() {
+  for (const MaskRow& row : kMaskRows) {
+    if (row.key.find('*') != std::string_view::npos) {
+      return false;
+    }
+  }
+  return true;
+}
+static_assert(NoKeyHasAsterisk(), "masking one row could make the key of another appear");
+
+/// Bit i: the key of row i occurs. One pass for all rows; almost every text holds few of them or none, and
+/// what does not occur now cannot appear by masking.
+std::uint32_t RowsIn(std::string_view text) {
+  const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+  std::uint32_t present = 0;
+  for (std::size_t i = kFilterLength; i <= text.size(); ++i) {
+    std::uint32_t candidates =
+        kKeyEndings[0][bytes[i - 1]] & kKeyEndings[1][bytes[i - 2]] & kKeyEndings[2][bytes[i - 3]] & ~present;
+    for (; candidates != 0; candidates &= candidates - 1) {
+      const auto row = static_cast<std::size_t>(__builtin_ctz(candidates));
+      const std::string_view key = kMaskRows[row].key;
+      if (key.size() <= i && text.compare(i - key.size(), key.size(), key) == 0) {
+        present |= 1U << row;
+      }
+    }
+  }
+  return present;
+}
+
+std::size_t MaskEverything(char* buffer, std::size_t length) {
+  const std::uint32_t present = RowsIn({buffer, length});
+  bool partnerInJson = false;
+  for (std::size_t i = 0; i < kMaskRows.size(); ++i) {
+    const MaskRow& row = kMaskRows[i];
+    if ((present >> i & 1U) == 0) {
+      continue;
+    }
+    if (i == kPartnerPasswordInJson) {  // asked again: a row before may have masked the key itself
+      partnerInJson = Find({buffer, length}, 0, row.key) != std::string_view::npos;
+    }
+    if (i != kPartnerPassword || !partnerInJson) {
+      length = MaskRowIn(buffer, length, row.key, row.terminator);
+    }
+  }
+  return length;
 }
 
 }  // namespace
