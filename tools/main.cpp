@@ -1,0 +1,21 @@
+/// @file
+/// `pluginsdk`: the command-line tool of the library. Each subcommand lives in a file of its own.
+
+#include <CLI/CLI.hpp>
+
+#include "ExitCode.h"
+#include "RingCommand.h"
+
+int main(int argc, char** argv) {
+  CLI::App app("Looks after plugins that use PluginSDK", "pluginsdk");
+  app.set_version_flag("--version", PLUGINSDK_VERSION);
+  app.require_subcommand(1);
+  ExitCode exitCode = kDone;
+  AddRingCommand(app, exitCode);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? kDone : kCannotRun;  // asking for help ends the parsing too
+  }
+  return exitCode;
+}
