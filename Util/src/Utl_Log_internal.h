@@ -63,8 +63,8 @@ extern int utl_shmFd;                                             // lock
 namespace pluginsdk::log {
 
 /// Marks the calling thread as inside the facility from the line before it takes utl_logLock to the line
-/// after it gave it back, and keeps the caller's errno. Every public operation holds one; UTLWarn looks at
-/// it.
+/// after it gave it back, and keeps the caller's errno. Every public operation holds one. What a thread logs
+/// while it is inside, such as a warning of a wrapper, takes no lock and goes straight to standard output.
 class Inside {
  public:
   Inside() noexcept;
@@ -73,14 +73,23 @@ class Inside {
   Inside& operator=(const Inside&) = delete;
 
  private:
-  int m_errno;
+  int& m_depth;
+  const int m_errno;
 };
 
-/// Locks for the length of a scope. Each also is an Inside.
+/// The two kinds of hold on utl_logLock. Whoever wants it exclusively goes first: the lock by itself prefers
+/// readers, and threads that log all the time would keep it shared for ever. The lock may be taken before
+/// the facility is initialised.
+void LockShared() noexcept;
+void UnlockShared() noexcept;
+void LockExclusive() noexcept;
+void UnlockExclusive() noexcept;
+
+/// Holds for the length of a scope. Each also is an Inside.
 class SharedHold {
  public:
-  SharedHold() noexcept;
-  ~SharedHold();
+  SharedHold() noexcept { LockShared(); }
+  ~SharedHold() { UnlockShared(); }
   SharedHold(const SharedHold&) = delete;
   SharedHold& operator=(const SharedHold&) = delete;
 
@@ -90,14 +99,18 @@ class SharedHold {
 
 class ExclusiveHold {
  public:
-  ExclusiveHold() noexcept;
-  ~ExclusiveHold();
+  ExclusiveHold() noexcept { LockExclusive(); }
+  ~ExclusiveHold() { UnlockExclusive(); }
   ExclusiveHold(const ExclusiveHold&) = delete;
   ExclusiveHold& operator=(const ExclusiveHold&) = delete;
 
  private:
   Inside m_inside;
 };
+
+/// Writes the three texts to standard error in one call. Not through stdio, whose lock a thread that waits
+/// for the log may be holding.
+void TellOnStderr(const char* before, const char* text, const char* after);
 
 }  // namespace pluginsdk::log
 
