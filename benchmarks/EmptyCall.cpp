@@ -1,0 +1,3 @@
+#include "EmptyCall.h"
+
+void EmptyCall(int, const char*, int, const char*, const char*, ...) {}
