@@ -35,7 +35,7 @@ JsonPtr TableWithHeader(std::size_t length) {
 // An object whose indented printing, {\n\t"k":\t"..."\n}, has exactly `length` bytes.
 JsonPtr ObjectPrinting(std::size_t length) {
   JsonPtr object(cJSON_CreateObject());
-  cJSON_AddStringToObject(object.get(), "k", std::string(length - 11, 'v').c_str());
+  cJSON_AddStringToObject(object.get(), "k", std::string(length - 12, 'v').c_str());
   EXPECT_EQ(std::strlen(JsonText(cJSON_Print(object.get())).get()), length);
   return object;
 }
@@ -50,6 +50,7 @@ struct Fault {
 TEST(Items, EveryBrokenRuleHasItsTextAndNumber) {
   using Base = CBasePluginObject;
   const std::string name33(33, 'n');
+  const std::string bad33(33, '.');
   const std::string text513(513, 't');
   const std::string header129(129, 'h');
   const JsonPtr big = ObjectPrinting(1025);
@@ -60,8 +61,8 @@ TEST(Items, EveryBrokenRuleHasItsTextAndNumber) {
   const auto number = [](double value) { return [=] { return Base::CreateBaseValueItemJson("n", value); }; };
   const Fault faults[] = {
       {"no name", data(nullptr, "bad category"), 3, "name is required parameter."},
-      {"long before malformed", data("3 456789012345678901234567890123", nullptr), 1,
-       "Invalid name format: \"3 456789012345678901234567890123\""},
+      {"long before malformed", data(bad33.c_str(), nullptr), 2,
+       "The length of \"" + bad33 + "\" exceeds the maximum name length, i.e. 32 Bytes."},
       {"long name", data(name33.c_str(), "bad category"), 2,
        "The length of \"" + name33 + "\" exceeds the maximum name length, i.e. 32 Bytes."},
       {"malformed name", data("1abc", "bad category"), 1, "Invalid name format: \"1abc\""},

@@ -1,4 +1,5 @@
 // Static helpers: files, members, classification, formats, random texts.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <regex.h>
 #include <sys/stat.h>
