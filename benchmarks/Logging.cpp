@@ -1,12 +1,10 @@
 /// @file
-/// One line to each destination, against an empty call, bare system calls, and spdlog, whose lines carry less
-/// (its ring keeps the bare message, its standard output a shorter prefix without thread and position).
+/// A level that is off, and one line into the ring and into the file, against an empty call, bare system
+/// calls, and the ring-buffer sink of spdlog, which keeps the bare message and formats no prefix at all.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <spdlog/logger.h>
 #include <spdlog/sinks/ringbuffer_sink.h>
-#include <spdlog/sinks/stdout_sinks.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -79,49 +77,6 @@ std::function<void(std::size_t)> RepeatInThreads(Print print) {
   };
 }
 
-// ---- Standard output elsewhere for the length of a batch
-
-int savedStdout = -1;
-pid_t reader = -1;
-
-void PointStdoutAt(int fd) {
-  savedStdout = fcntl(1, F_DUPFD_CLOEXEC, 3);
-  dup2(fd, 1);
-  close(fd);
-}
-
-void RestoreStdout() {
-  dup2(savedStdout, 1);
-  close(savedStdout);
-  if (reader > 0) waitpid(reader, nullptr, 0);  // our end of its pipe is closed now
-  reader = -1;
-}
-
-void StdoutToNull() {
-  PointStdoutAt(open("/dev/null", O_WRONLY | O_CLOEXEC));
-}
-
-/// A pipe that another process drains.
-void StdoutToPipe() {
-  int ends[2];
-  if (pipe(ends) != 0) {
-    std::perror("pipe");
-    std::exit(EXIT_FAILURE);
-  }
-  reader = fork();
-  if (reader == 0) {
-    close(ends[1]);
-    char bytes[65536];
-    while (read(ends[0], bytes, sizeof bytes) > 0) {
-    }
-    _exit(0);
-  }
-  close(ends[0]);
-  PointStdoutAt(ends[1]);
-}
-
-// ---- Rows
-
 Row SwitchedOff() {
   const Subject ours = {"UTL_LOGPrint, level off", Repeat([] {
                           UTL_LOGPrint(UTL_LOG_DBG, "benchmarks/Logging", __LINE__, "Print", "%d of %s", 42,
@@ -161,34 +116,11 @@ std::vector<Row> Ring() {
 }
 
 Row File(const std::string& root, const std::string& line) {
-  const int fd = open((root + "/bare").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  const int fd = open((root + "/bare").c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
   const Subject bare = {"write + fsync", Repeat([fd, line] {
                           if (write(fd, line.data(), line.size()) < 0 || fsync(fd) != 0) std::perror("write");
-                        }),
-                        1, [fd] {
-                          if (ftruncate(fd, 0) != 0 || lseek(fd, 0, SEEK_SET) != 0) std::perror("ftruncate");
-                        }};
+                        })};
   return {"line into the file", {"process log", Repeat(PrintOurs)}, {{bare, Aim{1.03, 1000}}}};
-}
-
-Row Stdout(const char* operation, void (*redirect)()) {
-  const auto logger =
-      std::make_shared<spdlog::logger>("peer", std::make_shared<spdlog::sinks::stdout_sink_mt>());
-  const Subject ours = {"standard output", Repeat(PrintOurs), 1,
-                        [redirect] {
-                          UTL_LOGSetWriteToFile(false);
-                          UTL_LOGSetWriteToStdout(true);
-                          redirect();
-                        },
-                        [] {
-                          RestoreStdout();
-                          UTL_LOGSetWriteToStdout(false);
-                          UTL_LOGSetWriteToFile(true);
-                        }};
-  const Subject peer = {"spdlog stdout sink",
-                        Repeat([logger] { logger->info("sensor {} reads {}", 42, "21.5"); }), 1, redirect,
-                        RestoreStdout};
-  return {operation, ours, {{peer, Aim{1.0}}}};
 }
 
 }  // namespace
@@ -206,8 +138,6 @@ std::vector<Row> Rows() {
   std::vector<Row> rows = {SwitchedOff()};
   for (Row& row : Ring()) rows.push_back(std::move(row));
   rows.push_back(File(directory.path(), FirstLine(directory.path())));
-  rows.push_back(Stdout("line to a pipe", StdoutToPipe));
-  rows.push_back(Stdout("line to /dev/null", StdoutToNull));
   return rows;
 }
 
