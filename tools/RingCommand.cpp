@@ -30,7 +30,7 @@ struct Options {
   bool salvage = false;
 };
 
-/// Marks the front line where it is cut, and ends the last line where its end is missing.
+// Marks the front line where it is cut, and ends the last line where its end is missing.
 void PrintLines(std::string_view lines, bool frontCut) {
   if (lines.empty()) {
     return;
@@ -54,7 +54,7 @@ std::string Summary(const Reading& reading) {
          (reading.verdict == HeaderVerdict::kConsistent ? Amounts(reading.state) : "");
 }
 
-/// Prints what comes until the segment is removed or we are interrupted.
+// Prints what comes until the segment is removed or we are interrupted.
 void Follow(const RingSegment& segment, Reading previous) {
   while (!segment.Removed()) {
     std::this_thread::sleep_for(kBetweenReadings);

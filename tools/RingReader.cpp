@@ -16,20 +16,20 @@ struct Look {
   ring::State state;
 };
 
-/// Storing a line takes far less than a microsecond, a flush some milliseconds.
+// Storing a line takes far less than a microsecond, a flush some milliseconds.
 constexpr int kQuickLooks = 200;
-constexpr int kSlowLooks = 120;
+constexpr int kSlowLooks = 25;
 constexpr std::chrono::milliseconds kBetweenSlowLooks(2);
 
-/// Readings that a busy process spoils, by storing more than a whole ring meanwhile, before we give up.
+// Readings that a busy process spoils, by storing more than a whole ring meanwhile, before we give up.
 constexpr int kReadings = 20;
 
 const char* RingBytes(const void* segment) {
   return static_cast<const char*>(segment) + ring::kRingStart;
 }
 
-/// The magic before and behind the fields, and the fields twice: a whole change in between would show in the
-/// count.
+// The magic before and behind the fields, and the fields twice: a whole change in between would show in the
+// count.
 Look LookOnce(const ring::Header& header) {
   const auto magic = ring::LoadMagic(header);
   ring::OrderBarrier();
@@ -63,7 +63,7 @@ Look LookAt(const void* segment) {
   return look;
 }
 
-/// The facility begins each line with the time of day, "09:05:01.000042".
+// The facility begins each line with the time of day, "09:05:01.000042".
 bool BeginsWithTime(std::string_view text) {
   constexpr std::string_view pattern = "dd:dd:dd.dddddd";
   return text.size() >= pattern.size() &&
@@ -72,8 +72,8 @@ bool BeginsWithTime(std::string_view text) {
          });
 }
 
-/// Brings the ring's bytes into the order in which they were stored. `storedMeanwhile` bytes were stored
-/// while they were copied and may stand where the oldest ones were.
+// Brings the ring's bytes into the order in which they were stored. `storedMeanwhile` bytes were stored
+// while they were copied and may stand where the oldest ones were.
 Reading Extract(std::string_view bytes, const ring::State& state, std::int64_t storedMeanwhile) {
   Reading reading;
   reading.verdict = HeaderVerdict::kConsistent;

@@ -31,7 +31,7 @@ struct Reading {
 };
 
 /// Reads a segment of pluginsdk::ring::kSegmentSize bytes. A process may go on storing in it: bytes that are
-/// overwritten during the look are left out. Waits up to a quarter of a second for a header that is being
+/// overwritten during the look are left out. Waits up to a twentieth of a second for a header that is being
 /// changed.
 Reading ReadRing(const void* segment);
 

@@ -1,5 +1,4 @@
-/// @file
-/// `pluginsdk`: the command-line tool of the library. Each subcommand lives in a file of its own.
+// `pluginsdk`: the command-line tool of the library. Each subcommand lives in a file of its own.
 
 #include <CLI/CLI.hpp>
 

@@ -1,5 +1,4 @@
-/// @file
-/// Masking: credentials in logged texts become a single asterisk each.
+// Masking: credentials in logged texts become a single asterisk each.
 
 #include <algorithm>
 #include <array>
@@ -20,8 +19,8 @@ struct MaskRow {
   std::string_view terminator;
 };
 
-/// Applied in this order, each to what the row before left. Names in headers occur in either case, so each
-/// spelling has a row of its own.
+// Applied in this order, each to what the row before left. Names in headers occur in either case, so each
+// spelling has a row of its own.
 constexpr std::array<MaskRow, 17> kMaskRows = {{
     {"accessTicket: ", "\n"},
     {"devSpecAccessTicket: ", "\n"},
@@ -47,15 +46,15 @@ constexpr std::array<MaskRow, 17> kMaskRows = {{
 constexpr std::size_t kPartnerPasswordInJson = 14;
 constexpr std::size_t kPartnerPassword = 15;
 
-/// printf counts a line in an int and gives up on a longer one; the rest of the range is left to the line's
-/// header, prefix and suffix.
+// printf counts a line in an int and gives up on a longer one; the rest of the range is left to the line's
+// header, prefix and suffix.
 constexpr std::size_t kLongestLogged = INT_MAX - 16 * 1024 * 1024;
 
 const char* OrEmpty(const char* text) {
   return text == nullptr ? "" : text;
 }
 
-/// Offset of the first `needle` in the bytes of `text` from `from` on, npos when there is none.
+// Offset of the first `needle` in the bytes of `text` from `from` on, npos when there is none.
 std::size_t Find(std::string_view text, std::size_t from, std::string_view needle) {
   const char* begin = text.data() + from;
   const void* found = needle.size() == 1 ? std::memchr(begin, needle.front(), text.size() - from)
@@ -64,9 +63,9 @@ std::size_t Find(std::string_view text, std::size_t from, std::string_view needl
                           : static_cast<std::size_t>(static_cast<const char*>(found) - text.data());
 }
 
-/// Masks one row in a single pass: `kept` bytes of the result stand at the front of the buffer while
-/// `taken` bytes of the text have been dealt with. The result never overtakes the text, so everything
-/// behind `taken` is still as it was.
+// Masks one row in a single pass: `kept` bytes of the result stand at the front of the buffer while
+// `taken` bytes of the text have been dealt with. The result never overtakes the text, so everything
+// behind `taken` is still as it was.
 std::size_t MaskRowIn(char* buffer, std::size_t length, std::string_view key, std::string_view terminator) {
   const std::string_view text(buffer, length);
   std::size_t kept = 0;
@@ -105,7 +104,7 @@ std::size_t MaskRowIn(char* buffer, std::size_t length, std::string_view key, st
   return kept;
 }
 
-/// Bit i of an entry: the key of row i has this byte at this distance from its end.
+// Bit i of an entry: the key of row i has this byte at this distance from its end.
 constexpr std::size_t kFilterLength = 3;
 using KeyEndings = std::array<std::array<std::uint32_t, 256>, kFilterLength>;
 
@@ -131,8 +130,8 @@ constexpr bool NoKeyHasAsterisk() {
 }
 static_assert(NoKeyHasAsterisk(), "masking one row could make the key of another appear");
 
-/// Bit i: the key of row i occurs. One pass for all rows; almost every text holds few of them or none, and
-/// what does not occur now cannot appear by masking.
+// Bit i: the key of row i occurs. One pass for all rows; almost every text holds few of them or none, and
+// what does not occur now cannot appear by masking.
 std::uint32_t RowsIn(std::string_view text) {
   const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
   std::uint32_t present = 0;

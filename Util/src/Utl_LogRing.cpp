@@ -1,5 +1,4 @@
-/// @file
-/// The in-memory log: a ring in POSIX shared memory that outlives the process.
+// The in-memory log: a ring in POSIX shared memory that outlives the process.
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -22,10 +21,10 @@ constexpr int kCannotOpen = -3;
 
 char openName[ring::kNameSize] = {};  // the segment that is on; turning off removes this one
 
-/// What the header's count cannot hold: all bytes since the last flush. Guarded like the ring's contents.
+// What the header's count cannot hold: all bytes since the last flush. Guarded like the ring's contents.
 std::int64_t bytesStored = 0;
 
-/// The segment while it is being turned on; what fails on the way leaves nothing behind, the name included.
+// The segment while it is being turned on; what fails on the way leaves nothing behind, the name included.
 class NewSegment {
  public:
   explicit NewSegment(int id) {
@@ -44,7 +43,7 @@ class NewSegment {
     UTLShm_Unlink(m_name);
   }
 
-  /// Mapping comes last, so a failure never has one to undo.
+  // Mapping comes last, so a failure never has one to undo.
   bool Open() {
     m_fd = UTLShm_Open(m_name, O_RDWR | O_CREAT, 0600);
     return m_fd >= 0 && UTL_Fallocate(m_fd, 0, ring::kSegmentSize) == 0 &&
@@ -66,7 +65,7 @@ class NewSegment {
   bool m_kept = false;
 };
 
-/// Lets go of mapping and descriptor. The contents and the name stay.
+// Lets go of mapping and descriptor. The contents and the name stay.
 void Release() {
   UTL_Munmap(utl_shmHeader, ring::kSegmentSize);
   UTL_Close(utl_shmFd);
@@ -75,7 +74,7 @@ void Release() {
   utl_enableInMemoryLogging = false;
 }
 
-/// An empty ring with a valid magic.
+// An empty ring with a valid magic.
 void Reset() {
   ring::BeginChange(*utl_shmHeader);
   bytesStored = 0;
@@ -90,7 +89,7 @@ void Warn(const char* function, const char* name) {
                 "The header of the in-memory log \"%s\" contradicts itself; its contents are dropped", name);
 }
 
-/// Keeps what an earlier process stored under this name, or begins an empty ring.
+// Keeps what an earlier process stored under this name, or begins an empty ring.
 void Adopt(const char* function) {
   const bool valid = ring::LoadMagic(*utl_shmHeader) == ring::kMagic;
   const ring::State state = ring::LoadState(*utl_shmHeader);
@@ -105,7 +104,7 @@ void Adopt(const char* function) {
   Reset();
 }
 
-/// The header's count up to the largest it can hold; from there on only this process knows more.
+// The header's count up to the largest it can hold; from there on only this process knows more.
 std::int64_t CountOf(const ring::State& state) {
   return state.bytesStored == INT32_MAX ? std::max<std::int64_t>(bytesStored, INT32_MAX) : state.bytesStored;
 }
@@ -114,7 +113,7 @@ void CopyIn(std::uint32_t offset, const char* text, std::size_t length) {
   std::memcpy(reinterpret_cast<char*>(utl_shmHeader) + offset, text, length);
 }
 
-/// Copies a line of at most the ring's capacity behind the newest one.
+// Copies a line of at most the ring's capacity behind the newest one.
 void Append(const char* text, std::uint32_t length) {
   ring::State state = ring::LoadState(*utl_shmHeader);
   if (!ring::CanBeTrue(state)) {
@@ -138,8 +137,8 @@ void Append(const char* text, std::uint32_t length) {
   ring::StoreState(*utl_shmHeader, state);
 }
 
-/// Writes `amount` ring bytes to the process log, from `position` on. Between two pieces the log may be
-/// switched to a new file. A piece that cannot be written is lost.
+// Writes `amount` ring bytes to the process log, from `position` on. Between two pieces the log may be
+// switched to a new file. A piece that cannot be written is lost.
 void CopyOut(std::uint32_t position, std::uint32_t amount) {
   while (amount > 0) {
     UTLTime_CalendarTime now = {};

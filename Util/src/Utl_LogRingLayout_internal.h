@@ -65,7 +65,8 @@ constexpr bool CanBeTrue(const State& state) {
 }
 
 // The words of a mapped header are shared with other processes, which may write them at any moment. Each is
-// loaded and stored once, as a whole; OrderBarrier keeps what stands before it before what stands behind it.
+// loaded and stored once and as a whole; OrderBarrier keeps what stands before it before what stands behind
+// it.
 
 inline void OrderBarrier() {
 #if defined(__SANITIZE_THREAD__)
@@ -92,18 +93,17 @@ inline void StoreState(Header& header, const State& state) {
   __atomic_store_n(&header.bytesStored, state.bytesStored, __ATOMIC_RELAXED);
 }
 
+/// The four words at once: a process that is killed leaves all of them or none, where the processor has
+/// registers of this size.
+using MagicWords = std::uint32_t __attribute__((vector_size(16), aligned(4), may_alias));
+
 inline std::array<std::uint32_t, 4> LoadMagic(const Header& header) {
-  std::array<std::uint32_t, 4> magic = {};
-  for (std::size_t i = 0; i < magic.size(); ++i) {
-    magic[i] = __atomic_load_n(&header.magic[i], __ATOMIC_RELAXED);
-  }
-  return magic;
+  const MagicWords words = *reinterpret_cast<const volatile MagicWords*>(header.magic);
+  return {words[0], words[1], words[2], words[3]};
 }
 
 inline void StoreMagic(Header& header, const std::array<std::uint32_t, 4>& magic) {
-  for (std::size_t i = 0; i < magic.size(); ++i) {
-    __atomic_store_n(&header.magic[i], magic[i], __ATOMIC_RELAXED);
-  }
+  *reinterpret_cast<volatile MagicWords*>(header.magic) = MagicWords{magic[0], magic[1], magic[2], magic[3]};
 }
 
 /// To be called before anything of the segment changes, and after it has changed.
