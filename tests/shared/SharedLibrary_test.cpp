@@ -91,10 +91,10 @@ TEST(SharedLibrary, ExceptionsAreCaughtByNameAndByBase) {
 TEST(SharedLibrary, ExceptionsOfAPluginDeriveFromOurs) {
   class CDerived : public CPluginException {
    public:
-    CDerived() : CPluginException("derived", 7) {}
+    using CPluginException::CPluginException;
   };
   try {
-    throw CDerived();
+    throw CDerived("derived", 7);
   } catch (const std::exception& error) {
     EXPECT_STREQ(error.what(), "derived");
   }
