@@ -134,7 +134,8 @@ int UTLMutex_Unlock(UTLMutex__t* mutex) {
   if (!IsOwner(*mutex)) {
     return VPL_ERR_PERM;
   }
-  if (--mutex->count > 0) {
+  if (mutex->count > 1) {
+    --mutex->count;
     return VPL_OK;
   }
   SetOwner(*mutex, 0, 0);

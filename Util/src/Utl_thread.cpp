@@ -46,8 +46,8 @@ UTLThread_attr_t DefaultAttributes() {
   return {kDefaultStackSize, false, kCreatorsLevel, {}};
 }
 
-// No code that CallersLevel yields equals kCreatorsLevel; the second reading keeps it so that a level nobody
-// chose never starts a thread silently.
+// The level was read once already, and none that CallersLevel yields equals kCreatorsLevel; should that ever
+// change, the line in the log says why no thread starts.
 std::uint32_t ResolveLevel(std::uint32_t level) {
   if (level != kCreatorsLevel) {
     return level;
