@@ -17,7 +17,8 @@ namespace pluginsdk::internal {
 /// signature of the text in which the first occurrence of `method` is cut short at its first "?".
 /// Throws std::out_of_range ("basic_string::replace ...") when a "v2" method with an access key does
 /// not occur verbatim in the text, for instance because the sender escaped a character of it.
-/// `limits`, when given, bound the signature and may refuse what is accepted unverified.
+/// `limits`, when given, bound the signature; when they refuse unsigned requests, a "v1" in the method does
+/// not spare it the verification.
 bool IsAuthentic(const char* text, const std::string& method, const std::string& accessKey,
                  const VerificationLimits* limits);
 
