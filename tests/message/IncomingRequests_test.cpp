@@ -1,0 +1,197 @@
+// The agent's commands and alarm updates: which are trusted, what is read from them, hostile texts.
+#include <cfloat>
+#include <cmath>
+#include <cstring>
+#include <random>
+#include <stdexcept>
+
+#include "AlertsPluginJson.h"
+#include "CommandAcksPluginJson.h"
+#include "MessageTestSupport.h"
+
+using namespace message_test;
+
+namespace {
+
+const std::string kBody = R"({"jsonrpc":"2.0", "params":{"commandId":"77","x":1}, "method":"@"})";
+
+// `body` signed with "key": '@' stands for the method value, of which `tail` follows the signed part.
+std::string Signed(const std::string& body, const std::string& method, const std::string& tail = "") {
+  std::string digest;
+  std::string signature = "v1";
+  CPluginUtil::GetSignDigest(Replaced(body, "@", method), &digest);
+  // A signature that holds a version by chance would decide how its text is treated.
+  while (signature.find("v1") != std::string::npos || signature.find("v2") != std::string::npos)
+    CPluginUtil::GetSignature(digest, "key", &signature);
+  return Replaced(body, "@", method + tail + "?authorization=" + signature);
+}
+
+enum Outcome { kSilent, kRefused, kTrusted, kThrows };
+
+template <typename Parser, typename... Limits>
+Outcome Try(const char* text, const char* key, const Limits&... limits) {
+  try {
+    return Parser(text, key, limits...).m_validSignature ? kTrusted : kRefused;
+  } catch (const std::out_of_range& e) {
+    return std::strstr(e.what(), "basic_string::replace") != nullptr ? kThrows : kSilent;
+  }
+}
+
+TEST(IncomingRequests, BothParsersTrustTheSameTexts) {
+  const std::string good = Signed(kBody, "v2/notifyPluginCommand");
+  const std::string escaped = Replaced(good, "v2/", "v2\\/");
+  const auto body = [](const char* method) { return Replaced(kBody, "@", method); };
+  const struct {
+    const char* name;
+    std::string text;
+    const char* key;
+    Outcome outcome;
+  } rows[] = {
+      {"v1 without key", body("v1/notifyPluginCommand"), "", kTrusted},
+      {"v1 anywhere, any tail", body("/v2/xv1?authorization=zzz"), "key", kTrusted},
+      {"signed", good, "key", kTrusted},
+      {"signed in indented printing", Signed(Printed(Json(kBody).get(), false), "v2/x"), "key", kTrusted},
+      {"keys in other letter case", Signed(R"({"PARAMS":1,"Method":"@"})", "v2/x"), "key", kTrusted},
+      {"two question marks", Signed(kBody, "v2/x", "?a=b"), "key", kTrusted},
+      {"two markers", Signed(kBody, "v2/x", "?authorization=zzz"), "key", kTrusted},
+      {"no key", good, "", kRefused},
+      {"other key", good, "other", kRefused},
+      {"unknown version", Signed(kBody, "V2/x"), "key", kRefused},
+      {"no marker", body("v2/x"), "key", kRefused},
+      {"empty signature", body("v2/x?authorization="), "key", kRefused},
+      {"one blank more", good + " ", "key", kRefused},
+      {"method no text", R"({"params":null,"method":2})", "key", kRefused},
+      {"no params", R"({"method":"v1/x"})", "", kSilent},
+      {"array", R"(["params","v1"])", "", kSilent},
+      {"not JSON", R"({"params":{},"method":"v1)", "", kSilent},
+      {"escaped slash", escaped, "key", kThrows},
+      {"escaped slash without key", escaped, "", kRefused},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    const Outcome verdict = row.outcome == kSilent ? kRefused : row.outcome;
+    const auto alarms = [&] { EXPECT_EQ(Try<CAlarmUpdatePluginJson>(row.text.c_str(), row.key), verdict); };
+    EXPECT_TRUE(Logged(alarms).empty());
+    const auto commands = [&] { EXPECT_EQ(Try<CCommandPluginJson>(row.text.c_str(), row.key), verdict); };
+    EXPECT_EQ(Logged(commands).size(), row.outcome == kRefused ? 1U : row.outcome == kTrusted ? 4U : 0U);
+    // Within limits that admit the system's own signatures, only unsigned texts lose their trust.
+    const bool unsignedText = row.text.find("v1") != std::string::npos && *row.key != '\0';
+    const VerificationLimits limits;
+    EXPECT_EQ(Try<CAlarmUpdatePluginJson>(row.text.c_str(), row.key, limits),
+              unsignedText ? kRefused : verdict);
+  }
+  VerificationLimits fewPasses;
+  fewPasses.maxPasses = 15;
+  EXPECT_EQ(Try<CCommandPluginJson>(good.c_str(), "key", fewPasses), kRefused);
+  EXPECT_EQ(Try<CCommandPluginJson>(Signed(kBody, "v2/v1").c_str(), "key", VerificationLimits()), kTrusted);
+  EXPECT_EQ(Try<CCommandPluginJson>(nullptr, "key"), kRefused);
+  EXPECT_EQ(Try<CAlarmUpdatePluginJson>(nullptr, "key"), kRefused);
+}
+
+TEST(IncomingRequests, NoByteMayBeCutOrChanged) {
+  const std::string good = Signed(kBody, "v2/notifyPluginCommand");
+  for (std::size_t i = 0; i < good.size(); ++i) {
+    std::string changed = good;
+    changed[i] = static_cast<char>(changed[i] ^ 1);
+    EXPECT_NE(Try<CAlarmUpdatePluginJson>(changed.c_str(), "key"), kTrusted) << changed;
+    EXPECT_EQ(Try<CAlarmUpdatePluginJson>(good.substr(0, i).c_str(), "key"), kRefused) << i;
+    EXPECT_EQ(cJSON_GetErrorPtr(), nullptr);  // nothing is kept that points into the text
+  }
+}
+
+TEST(IncomingCommands, FieldsAreReadWhereTheyHaveTheirType) {
+  const struct {
+    const char *params, *id, *source, *module;
+    std::size_t commands;
+  } rows[] = {
+      {R"({"MODULENAME":"a","commandid":"b","CommandSource":"c","COMMANDS":[null,1]})", "b", "c", "a", 2},
+      {R"({"commandId":7,"commandSource":null,"moduleName":[],"commands":{"a":1}})", "", "", "", 0},
+      {R"("commandId")", "", "", "", 0}};
+  for (const auto& row : rows) {
+    const std::string text = std::string(R"({"method":"v1/x","params":)") + row.params + "}";
+    const std::string start = " INFO  |CommandAcksPluginJson:ValidateCommands| ";
+    const std::vector<std::string> lines = {start + "is valid signature? 1", start + "m_commandId: " + row.id,
+                                            start + "m_commandSource: " + row.source,
+                                            start + "m_moduleName: " + row.module};
+    const auto parse = [&] {
+      EXPECT_EQ(CCommandPluginJson(text.c_str(), "").m_commands.size(), row.commands);
+    };
+    EXPECT_EQ(Logged(parse), lines);
+  }
+}
+
+// Against the slow way that defines the result: print each command and parse the text.
+TEST(IncomingCommands, AreWhatTheirPrintingReads) {
+  std::string list = R"([-0],[-0.0],[1e400],[-1e400],[5e-324],[1e-400],[0.30000000000000004],[2147483648],)"
+                     R"([1.7976931348623157e308],[-1.7976931348623157e308],["\u0001\"\\\/\ud83d\ude00"])";
+  std::mt19937_64 random(20240229);
+  for (int i = 0; i < 30000; ++i) {  // short decimals, their neighbours, and any bits
+    const std::uint64_t bits = random();
+    double value = static_cast<double>(bits % 2000000) / 1000;
+    if (i % 3 == 1) value = std::nextafter(value, DBL_MAX);
+    if (i % 3 == 2) std::memcpy(&value, &bits, sizeof value);
+    char text[40];
+    std::snprintf(text, sizeof text, ",{\"n\":%.17g}", std::isfinite(value) ? value : 0);
+    list += text;
+  }
+  const std::string text = R"({"params":{"commands":[)" + list + R"(]},"method":"v1"})";
+  const CCommandPluginJson parsed(text.c_str(), "");
+  const JsonPtr original = Json("[" + list + "]");
+  auto command = parsed.m_commands.begin();
+  for (const cJSON* element : pluginsdk::internal::Children(original.get())) {
+    const JsonPtr expected = Json(Printed(element, false));
+    const cJSON* a = (*command)->child;
+    const cJSON* b = expected->child;
+    ASSERT_TRUE(a->type == b->type && a->valueint == b->valueint &&
+                std::memcmp(&a->valuedouble, &b->valuedouble, sizeof a->valuedouble) == 0)
+        << Printed(element);
+    ASSERT_EQ(Printed(*command++), Printed(expected.get()));
+  }
+}
+
+TEST(IncomingRequests, LargeAndDeepTextsTakeOneParse) {
+  std::string many = "[0";
+  for (int i = 1; i < 100000; ++i) many += ",{\"n\":\"v\"}";
+  for (const std::string& list : {many + "]", std::string(998, '[') + std::string(998, ']')}) {
+    const std::string text =
+        R"({"params":{"commands":)" + list + R"(,"modules":)" + list + R"(},"method":"v1"})";
+    const CJsonMemory memory;
+    ASSERT_NE(Json(text), nullptr);
+    const long oneParse = memory.Count();
+    const CCommandPluginJson command(text.c_str(), "");
+    EXPECT_EQ(memory.Count(), 2 * oneParse);
+    const CAlarmUpdatePluginJson update(text.c_str(), "");
+    EXPECT_EQ(memory.Count(), 3 * oneParse);
+    EXPECT_EQ(command.m_commands.size(), update.m_modules.size());
+  }
+}
+
+TEST(IncomingAlarms, QueriesFindModulesByTheirWholeName) {
+  const struct {
+    const char *module, *alarms, *epoch;
+  } rows[] = {{"cam", "123", "100"}, {"Cam", "", ""}, {"door", "7", ""}, {"", "8", ""}, {"ca", "", nullptr}};
+  for (const char* modules :
+       {R"([{"moduleName":"cam","epoch":"100","alarms":[1,2]},{"moduleName":"cam","epoch":"200","alarms":[3]},
+            {"moduleName":"Cam","alarms":[]},{"MODULENAME":"door","EPOCH":300,"ALARMS":{"k":7}},{"alarms":[8]},9])",
+        R"({"a":{"moduleName":"cam","epoch":"100","alarms":[1]},"a":{"moduleName":"cam","alarms":[2,3]},
+            "b":{"moduleName":"Cam","alarms":0},"c":{"moduleName":"door","alarms":[7]},"d":8,"e":{"alarms":[8]}})"}) {
+    const std::string text =
+        std::string(R"({"method":"v1","params":{"Version":"2","modules":)") + modules + "}}";
+    const CAlarmUpdatePluginJson update(text.c_str(), "");
+    EXPECT_TRUE(update.m_alarmVersion == "2" && update.m_modules.size() == 6);
+    for (const auto& row : rows) {
+      std::string alarms;
+      for (const cJSON* alarm : update.GetAlarms(row.module)) alarms += Printed(alarm);
+      EXPECT_EQ(alarms, row.alarms) << row.module;
+      EXPECT_STREQ(update.GetAlarmsUpdateEpochTime(row.module), row.epoch) << row.module;
+    }
+  }
+  for (const char* none : {"[]", "{}", "\"x\"", "5", "null"}) {
+    const std::string text = std::string(R"({"method":"v1","params":{"version":2,"modules":)") + none + "}}";
+    const CAlarmUpdatePluginJson update(text.c_str(), "");
+    EXPECT_TRUE(update.m_validSignature && update.m_alarmVersion.empty() && update.m_modules.empty()) << none;
+    EXPECT_EQ(update.GetAlarmsUpdateEpochTime(""), nullptr);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,82 @@
+// Helpers of the message tests.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "BasePluginObject.h"
+#include "JsonHandle_internal.h"
+#include "Utl_Log.h"
+
+namespace message_test {
+
+using pluginsdk::internal::JsonPtr;
+using pluginsdk::internal::JsonText;
+
+inline JsonPtr Json(const std::string& text) {
+  return JsonPtr(cJSON_Parse(text.c_str()));
+}
+
+inline std::string Printed(const cJSON* tree, bool compact = true) {
+  const JsonText text(compact ? cJSON_PrintUnformatted(tree) : cJSON_Print(tree));
+  return text ? text.get() : "(null)";
+}
+
+inline std::string Replaced(std::string text, const std::string& what, const std::string& by) {
+  const std::size_t at = text.find(what);
+  return at == std::string::npos ? text : text.replace(at, what.size(), by);
+}
+
+// Compact printing in which time stamps (ten digits) read NOW; deletes the tree.
+inline std::string Stamped(cJSON* tree) {
+  std::string text = Printed(JsonPtr(tree).get());
+  for (const std::string key : {"\"epoch\":\"", "\"time\":\""}) {
+    for (std::size_t at = 0; (at = text.find(key, at)) != std::string::npos; at += key.size()) {
+      const std::size_t digits = at + key.size();
+      if (text.find_first_not_of("0123456789", digits) == digits + 10) text.replace(digits, 10, "NOW");
+    }
+  }
+  return text;
+}
+
+// Before anything logs, so that no test meets the warning about a late initialisation.
+inline const bool kLogReady = (UTL_LOGInit("message_test", nullptr), true);
+
+// The lines that `action` logs, each from its level tag on, without thread and line number.
+template <typename Action>
+std::vector<std::string> Logged(Action action) {
+  testing::internal::CaptureStdout();
+  action();
+  std::istringstream output(testing::internal::GetCapturedStdout());
+  std::vector<std::string> lines;
+  for (std::string time, thread, file, number, rest; std::getline(output, time, '|');) {
+    std::getline(std::getline(output, thread, '|'), file, ':');
+    std::getline(std::getline(output, number, ':'), rest);
+    lines.push_back(time.substr(time.size() - 7) + "|" + file + ":" + rest);
+  }
+  return lines;
+}
+
+// Counts the allocations of cJSON, and refuses the one at `failAt` (from 0).
+class CJsonMemory {
+ public:
+  explicit CJsonMemory(long failAt = -1) {
+    s_count = 0;
+    s_failAt = failAt;
+    cJSON_Hooks hooks = {Allocate, std::free};
+    cJSON_InitHooks(&hooks);
+  }
+  ~CJsonMemory() { cJSON_InitHooks(nullptr); }
+  long Count() const { return s_count; }
+
+ private:
+  static void* Allocate(std::size_t size) { return s_count++ == s_failAt ? nullptr : std::malloc(size); }
+  static inline long s_count = 0;
+  static inline long s_failAt = -1;
+};
+
+}  // namespace message_test

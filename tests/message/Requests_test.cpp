@@ -1,0 +1,249 @@
+// Outgoing messages: texts, size limit, signature, and who owns what after a failure.
+#include <functional>
+
+#include "AlertsPluginJson.h"
+#include "CommandAcksPluginJson.h"
+#include "EventsPluginJson.h"
+#include "IncomingRequest_internal.h"
+#include "JsonBuild_internal.h"
+#include "LocalCommandPluginJson.h"
+#include "MessageTestSupport.h"
+#include "MetricsPluginJson.h"
+#include "StatesPluginJson.h"
+#include "Thrown.h"
+
+using namespace message_test;
+using pluginsdk::internal::kLargestLimit;
+using pluginsdk::internal::PrintsLongerThan;
+
+namespace {
+
+using Acks = CCommandAcksPluginJson;
+using Alerts = CAlertsPluginJson;
+using Local = CLocalCommandPluginJson;
+
+template <typename Builder>
+Builder Named() {
+  Builder builder;
+  builder.m_appGUID = "a1b2";
+  builder.m_moduleName = "camera";
+  return builder;
+}
+
+cJSON* ArrayOf(cJSON* item) {
+  cJSON* array = cJSON_CreateArray();
+  cJSON_AddItemToArray(array, item);
+  return array;
+}
+
+TEST(Requests, PrintAsTheAgentExpects) {
+  auto states = Named<CStatesPluginJson>();
+  auto metrics = Named<CMetricsPluginJson>();
+  auto events = Named<CEventsPluginJson>();
+  CStatesPluginJson unset;
+  unset.m_version = "v3";
+  const struct {
+    cJSON* request;
+    const char* text;
+  } rows[] = {
+      {states.GetJsonrpcRequest(
+           states.CreateStatesParamsObj(ArrayOf(states.CreateStatesItemJson("power", "on")))),
+       R"({"jsonrpc":"2.0","params":{"appGUID":"a1b2","epoch":"NOW","moduleName":"camera","states":[)"
+       R"({"name":"power","value":"on"}]},"method":"v1/notifyPluginState"})"},
+      {unset.GetJsonrpcRequest(unset.CreateStatesParamsObj(ArrayOf(nullptr))),
+       R"({"jsonrpc":"2.0","params":{"appGUID":"","epoch":"NOW","moduleName":"","states":[]},)"
+       R"("method":"v3/notifyPluginState"})"},
+      {states.CreateStatesItemJson("table", ArrayOf(nullptr)), R"({"name":"table","value":[]})"},
+      {metrics.CreateMetricsParamsObj(ArrayOf(metrics.CreateMetricsItemJson("pi", 3.14159))),
+       R"({"appGUID":"a1b2","epoch":"NOW","moduleName":"camera","metrics":[{"name":"pi","value":3.14}]})"},
+      {events.CreateEventsParamsObj(ArrayOf(events.CreateEventsItemJson("motion", ""))),
+       R"({"appGUID":"a1b2","epoch":"NOW","moduleName":"camera","events":[{"name":"motion","value":""}]})"},
+      {Named<Alerts>().CreateAlarmsParamsObj(ArrayOf(Alerts::CreateAlarmsItemJson("hot", "any", "over"))),
+       R"({"epoch":"NOW","appGUID":"a1b2","moduleName":"camera","alarms":[)"
+       R"({"name":"hot","action":"any","time":"NOW","message":"over"}]})"},
+      {Alerts::CreateAlarmsParamsObj("g", "", nullptr), R"({"epoch":"NOW","appGUID":"g","moduleName":""})"},
+      {Acks::CreateCommandAcksItemJson("n", "done"), R"({"name":"n","result":"done"})"},
+      {Acks::CreateCommandAcksItemJson("n", ArrayOf(nullptr)), R"({"name":"n","result":[]})"},
+      {Local::CreateCommandsItemJson("", ArrayOf(Local::CreateCommandParamsItemJson("n", "5"))),
+       R"({"name":"","params":[{"name":"n","value":"5"}]})"},
+  };
+  for (const auto& row : rows) EXPECT_EQ(Stamped(row.request), row.text);
+
+  const JsonPtr tree = Json("{}");  // refused below, so it stays ours
+  EXPECT_EQ(Thrown([&] { return Alerts().CreateAlarmsParamsObj(tree.get()); }), "4 ModuleName is missing.");
+  EXPECT_EQ(Thrown([] { return Local::CreateCommandsItemJson(nullptr, nullptr); }), "5 name is NULL");
+  EXPECT_EQ(Thrown([] { return Local::CreateCommandsItemJson("n", nullptr); }), "5 params is NULL");
+  EXPECT_EQ(Thrown([&] { return Local::CreateCommandsItemJson("n", tree.get()); }),
+            "5 params is not a JSON array.");
+}
+
+using Build = std::function<cJSON*(cJSON*)>;
+
+// The sanitizers object when a collection has changed hands without being attached, or the other way round.
+void ExpectUsableAttached(const std::string& fields, const std::string& key, const Build& build) {
+  const std::string start = R"({"epoch":"NOW",)" + fields;
+  for (const char* unusable : {"no JSON", "[]", "\"[1]\"", "5", "null", "true"})
+    EXPECT_EQ(Stamped(build(Json(unusable).get())), start + "}") << unusable;
+  for (const char* usable : {"{}", "[0]", R"({"a":[]})"})
+    EXPECT_EQ(Stamped(build(Json(usable).release())), start + ",\"" + key + "\":" + usable + "}");
+}
+
+TEST(Requests, OnlyUsableCollectionsAreAttached) {
+  const struct {
+    const char* word;
+    cJSON* (*build)(char const*, char const*, char const*, char const*, cJSON*);
+    cJSON* (Acks::*echo)(cJSON*);
+  } states[] = {
+      {"ACCEPTED", &Acks::CreateCommandAcksAcceptedParamsObj, &Acks::CreateCommandAcksAcceptedParamsObj},
+      {"ACKED", &Acks::CreateCommandAcksAckedParamsObj, &Acks::CreateCommandAcksAckedParamsObj},
+      {"REJECTED", &Acks::CreateCommandAcksRejectedParamsObj, &Acks::CreateCommandAcksRejectedParamsObj},
+      {"ERRORED", &Acks::CreateCommandAcksErroredParamsObj, &Acks::CreateCommandAcksErroredParamsObj}};
+  CCommandPluginJson request(R"({"params":{"commandId":"7","commandSource":"remote"},"method":"v1"})", "");
+  CCommandPluginJson refused(R"({"params":{"commandId":"7"},"method":"v3"})", "");
+  for (const auto& state : states) {
+    auto acks = Named<Acks>();
+    const auto echo = [&](cJSON* tree) { return (acks.*state.echo)(tree); };
+    EXPECT_EQ(echo(Json("[0]").get()), nullptr);
+    const std::string tail = std::string(R"("commandState":")") + state.word + '"';
+    ExpectUsableAttached(R"("appGUID":"g","commandId":"","commandSource":"any",)" + tail, "commandAcks",
+                         [&](cJSON* tree) { return state.build("g", "", "any", nullptr, tree); });
+    acks.m_commandPluginJson = &request;
+    const std::string appGUID = R"("appGUID":"a1b2",)";
+    ExpectUsableAttached(appGUID + R"("commandId":"7","commandSource":"remote","moduleName":"",)" + tail,
+                         "commandAcks", echo);
+    acks.m_commandPluginJson = &refused;
+    ExpectUsableAttached(appGUID + R"("commandId":"","commandSource":"","moduleName":"",)" + tail,
+                         "commandAcks", echo);
+  }
+  ExpectUsableAttached(
+      R"("clientAppGUID":"c","appGUID":"g","commandId":"i","commandSource":"any","moduleName":"")",
+      "commands", [](cJSON* tree) {
+        return Local::CreateLocalCommandParamsObj("c", nullptr, "g", "i", "any", "", tree);
+      });
+  std::srand(7);
+  const std::string id = std::to_string(std::rand() / 1000 + 1);
+  ExpectUsableAttached(R"("clientAppGUID":"","serialNumber":"","appGUID":"a1b2","commandId":"|)" + id +
+                           R"(","commandSource":"local","moduleName":"camera")",
+                       "commands", [](cJSON* tree) {
+                         return std::srand(7), Named<Local>().CreateLocalCommandParamsObj(tree);
+                       });
+}
+
+template <typename Builder>
+cJSON* Request(const std::string& version, const std::string& key, cJSON* params, bool unformatted) {
+  Builder builder;
+  builder.m_version = version;
+  builder.m_accessKey = key;
+  CBasePluginObject& base = builder;  // the virtual form stands for compact
+  return unformatted ? base.GetJsonrpcRequest(params) : builder.GetJsonrpcRequest(params, false);
+}
+
+const struct Family {
+  const char* method;
+  bool limited;
+  const char* logs;  // source of the line about a missing envelope
+  cJSON* (*request)(const std::string& version, const std::string& key, cJSON* params, bool unformatted);
+} kFamilies[] = {
+    {"notifyPluginState", true, nullptr, Request<CStatesPluginJson>},
+    {"notifyPluginMetric", true, nullptr, Request<CMetricsPluginJson>},
+    {"notifyPluginEvent", true, nullptr, Request<CEventsPluginJson>},
+    {"notifyPluginAlert", false, nullptr, Request<Alerts>},
+    {"notifyPluginCommandAck", false, "CommandAcksPluginJson", Request<Acks>},
+    {"notifyPluginLocalCommand", false, "LocalCommandPluginJson", Request<Local>},
+};
+
+TEST(Requests, SizeLimitCountsTheIndentedPrintingWithItsSignature) {
+  const std::string params =
+      R"({"a":{"b":{"c":{}}},"pad":"@"})";  // nested: the compact printing is much shorter
+  for (const Family& family : kFamilies) {
+    for (const char* version : {"v1", "v2"}) {
+      const auto padded = [&](std::size_t size) {
+        return family.request(version, "key", Json(Replaced(params, "@", std::string(size, '.'))).release(),
+                              true);
+      };
+      const std::size_t missing = 2048 - Printed(JsonPtr(padded(0)).get(), false).size();
+      EXPECT_EQ(Printed(JsonPtr(padded(missing)).get(), false).size(), 2048U);
+      EXPECT_EQ(
+          Thrown([&] { return padded(missing + 1); }),
+          family.limited ? "2 The data size exceeds the maximum name length, i.e. 2048 Bytes." : "nothing");
+    }
+  }
+}
+
+TEST(Requests, SignatureHoldsForThePrintingThatWasAskedFor) {
+  const VerificationLimits kLimits;  // no trust for a "v1" that the signature holds by chance
+  for (const Family& family : kFamilies) {
+    cJSON* params = Json(R"({"x":[1,"\"/"]})").release();
+    EXPECT_EQ(Thrown([&] { return family.request("v2", "", params, true); }), "6 AccessKey is missing.");
+    for (const bool compact : {true, false}) {  // with the params that outlived the missing key
+      const JsonPtr request(family.request("v2", "key", cJSON_Duplicate(params, 1), compact));
+      const std::string method = cJSON_GetObjectItem(request.get(), "method")->valuestring;
+      const auto trusted = [&](bool printedCompact, const char* key) {
+        return pluginsdk::internal::IsAuthentic(Printed(request.get(), printedCompact).c_str(), method, key,
+                                                nullptr);
+      };
+      EXPECT_TRUE(trusted(compact, "key") && !trusted(!compact, "key") && !trusted(compact, "other"))
+          << method;
+    }
+    EXPECT_EQ(
+        Stamped(family.request("v1", "", params, true)),
+        std::string(R"({"jsonrpc":"2.0","params":{"x":[1,"\"/"]},"method":"v1/)") + family.method + "\"}");
+  }
+}
+
+// Refuses each allocation in turn until `build` succeeds. Before, it must throw, or return null when the
+// envelope itself cannot be had; either way `tree`, which every result contains, stays the caller's.
+void FailEachAllocation(cJSON* tree, bool mayBeNull, const Build& build) {
+  for (long failAt = 0;; ++failAt) {
+    const CJsonMemory memory(failAt);
+    JsonPtr result;
+    const std::string thrown = Thrown([&] { return result.reset(build(tree)), nullptr; });
+    cJSON_DetachItemViaPointer(result.get(), tree);
+    if (memory.Count() <= failAt) return;
+    EXPECT_EQ(result, nullptr) << "incomplete without allocation " << failAt;
+    EXPECT_EQ(thrown, mayBeNull && failAt == 0 ? "nothing" : "- std::bad_alloc");
+  }
+}
+
+TEST(Requests, WithoutMemoryNothingIsHalfBuilt) {
+  const JsonPtr tree = Json("[1]");
+  FailEachAllocation(tree.get(), false,
+                     [](cJSON* t) { return CStatesPluginJson().CreateStatesParamsObj(t); });
+  FailEachAllocation(tree.get(), false, [](cJSON* t) { return Local().CreateLocalCommandParamsObj(t); });
+  for (const Family& family : kFamilies) {
+    const Build build = [&](cJSON* t) { return family.request("v1", "", t, true); };
+    std::vector<std::string> lines;
+    if (family.logs != nullptr)
+      lines = {std::string(" INFO  |") + family.logs + ":GetJsonrpcRequest| (null)"};
+    EXPECT_EQ(Logged([&] { FailEachAllocation(tree.get(), true, build); }), lines);
+  }
+}
+
+TEST(PrintedSize, VerdictIsExactForEveryShape) {
+  const struct {
+    const char *start, *repeated, *end;
+  } shapes[] = {{"\"", "x", "\""},
+                {"\"", "\\u0001", "\""},
+                {"\"", "\\\"", "\""},
+                {"\"", R"(\\)", "\""},
+                {"[0", ",null", "]"},
+                {"[0", ",[[]]", "]"},
+                {"[0", ",-1.2345678901234567e-300", "]"},
+                {"", "{\"k\":", ""},
+                {"{\"a\":1", ",\"\\n\":{}", "}"}};
+  for (const auto& shape : shapes) {
+    std::string text = shape.start;
+    std::string end = shape.end;
+    for (int i = 0; i < 100; ++i, text += shape.repeated, end += text.back() == ':' ? "}" : "") {
+      const JsonPtr tree = Json(text + (text.empty() || text.back() == ':' ? "0" : "") + end);
+      const std::size_t size = Printed(tree.get(), false).size();
+      EXPECT_TRUE(PrintsLongerThan(tree.get(), size - 1) && !PrintsLongerThan(tree.get(), size)) << text;
+    }
+  }
+  const JsonPtr largest = Json('"' + std::string(kLargestLimit - 2, 'x') + '"');
+  const CJsonMemory memory;
+  EXPECT_FALSE(PrintsLongerThan(largest.get(), kLargestLimit));
+  EXPECT_EQ(memory.Count(), 0);
+}
+
+}  // namespace
