@@ -175,9 +175,10 @@ int UTLDetachableThread_Create(UTLDetachableThreadHandle_t* handle, void* (*func
     return VPL_ERR_INVALID;
   }
   UTLThread_attr_t wanted = attributes != nullptr ? *attributes : DefaultAttributes();
+  const bool isJoinable = !wanted.createDetached;
   if (handle != nullptr) {
     *handle = 0;
-  } else if (!wanted.createDetached) {
+  } else if (isJoinable) {
     return VPL_ERR_INVALID;
   }
   if (wanted.stackSize == 0) {
@@ -188,7 +189,7 @@ int UTLDetachableThread_Create(UTLDetachableThreadHandle_t* handle, void* (*func
   }
   pthread_t thread = 0;
   const int code = CreateThread(thread, function, argument, wanted);
-  if (code == VPL_OK && !wanted.createDetached) {
+  if (code == VPL_OK && isJoinable) {
     *handle = thread;
   }
   return code;
