@@ -101,7 +101,7 @@ PLUGINSDK_API int UTLShm_Unlink(char const* name);
 PLUGINSDK_API int UTL_Fallocate(int fd, long offset, long length);
 
 /// mmap. `mapped` receives the address on success and is left alone otherwise; -9007 when it is null.
-/// `address` may be null.
+/// `address` may be null, and `fd` -1 for an anonymous mapping.
 PLUGINSDK_API int UTL_Mmap(void* address, unsigned long length, int protection, int flags, int fd,
                            long offset, void** mapped);
 
