@@ -12,7 +12,7 @@
 
 namespace demo {
 
-constexpr std::size_t kMaxFrame = 256 * 1024;  ///< bytes of one text; a registration takes about 5 KiB
+constexpr std::size_t kMaxFrame = 262144;  ///< bytes of one text; a registration takes about 5 KiB
 constexpr std::chrono::milliseconds kSendTimeout{5000};
 
 using Clock = std::chrono::steady_clock;  // monotonic: waiting must not depend on somebody setting the time

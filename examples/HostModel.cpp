@@ -49,9 +49,15 @@ HostModel::~HostModel() {
 
 CUpdateModule HostModel::Module(const char* name, const char* displayName, const char* description,
                                 Items& items) {
-  return CUpdateModule(name, displayName, description, PointersTo(items.properties), PointersTo(items.states),
-                       PointersTo(items.metrics), PointersTo(items.events), PointersTo(items.commands),
-                       PointersTo(items.alarms));
+  return {name,
+          displayName,
+          description,
+          PointersTo(items.properties),
+          PointersTo(items.states),
+          PointersTo(items.metrics),
+          PointersTo(items.events),
+          PointersTo(items.commands),
+          PointersTo(items.alarms)};
 }
 
 void HostModel::DescribeHostProperties() {

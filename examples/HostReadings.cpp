@@ -12,7 +12,7 @@
 namespace demo {
 namespace {
 
-constexpr std::uint64_t kMiB = 1024 * 1024;
+constexpr std::uint64_t kMiB = 1048576;
 
 double UsedPercent(std::uint64_t total, std::uint64_t available) {
   return total == 0 ? 0.0 : 100.0 * (1.0 - static_cast<double>(available) / static_cast<double>(total));

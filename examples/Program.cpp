@@ -29,6 +29,7 @@ void PrintLine(const std::string& line) {
 
 bool ParseOptions(int argc, char** argv, const char* purpose, const std::vector<Option>& options) {
   std::vector<option> table;
+  table.reserve(options.size() + 2);  // with --help and the end of the table
   for (const Option& entry : options) {
     table.push_back({entry.name, required_argument, nullptr, 'v'});
   }

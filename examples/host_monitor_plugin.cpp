@@ -1,13 +1,13 @@
 // A plugin that watches the machine it runs on. It registers, reports what it measures, executes the agent's
 // commands, raises an alert when too much memory is used, and logs what it does. local_agent is the other
 // end; scripts/demo.sh runs both.
-#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
@@ -482,8 +482,19 @@ void RecoverRing(int ringId) {
 
 /// The command line, as text until it has been checked.
 struct Arguments {
-  std::string version = "v2", rounds = "5", intervalMs = "600", timeoutMs = "30000", mountPoint = "/";
-  std::string socketPath, keyFile, ticketFile, localCommand, logRoot, ring, crashAfter, outcome;
+  std::string socketPath;
+  std::string version = "v2";
+  std::string keyFile;
+  std::string ticketFile;
+  std::string mountPoint = "/";
+  std::string rounds = "5";
+  std::string intervalMs = "600";
+  std::string timeoutMs = "30000";
+  std::string localCommand;
+  std::string logRoot;
+  std::string ring;
+  std::string crashAfter;
+  std::string outcome;
 
   std::vector<Option> Options() {
     return {

@@ -66,14 +66,22 @@ std::string Names(const cJSON* items) {
   return names;
 }
 
-std::string Shown(const cJSON* items, const char* valueKey);
+std::string TextOrPrinted(const cJSON* value) {
+  return cJSON_IsString(value) ? value->valuestring : value == nullptr ? "" : Compact(value);
+}
 
 /// A value for the reader; a table in one line.
 std::string ShownValue(const cJSON* value) {
-  if (cJSON_IsArray(value)) {
-    return "[" + Shown(value, "value") + "]";
+  if (!cJSON_IsArray(value)) {
+    return TextOrPrinted(value);
   }
-  return cJSON_IsString(value) ? value->valuestring : value == nullptr ? "" : Compact(value);
+  std::string text;
+  const cJSON* row = nullptr;
+  cJSON_ArrayForEach(row, value) {
+    text += (text.empty() ? "" : ", ") + TextOf(row, "name") + "=" +
+            TextOrPrinted(cJSON_GetObjectItem(row, "value"));
+  }
+  return "[" + text + "]";
 }
 
 /// name=value, name=value, ...
@@ -471,8 +479,13 @@ void LocalAgent::AwaitRounds() {
 
 int Main(int argc, char** argv) {
   Settings settings;
-  std::string version = "v2", rounds = "5", timeoutMs = "30000";
-  std::string keyFile, ticketFile, logRoot, outcome;
+  std::string version = "v2";
+  std::string keyFile;
+  std::string ticketFile;
+  std::string rounds = "5";
+  std::string timeoutMs = "30000";
+  std::string logRoot;
+  std::string outcome;
   const std::vector<Option> options = {
       {"socket", &settings.socketPath, "path of the socket to listen on"},
       {"version", &version, "API version: v1 (unsigned) or v2 (signed, the default)"},
