@@ -92,7 +92,7 @@ TEST(MessagesGuide, ExamplesAreWhatTheBuildersPrint) {
       {"Event report", events.GetJsonrpcRequest(events.CreateEventsParamsObj(
                            ArrayOf(events.CreateEventsItemJson("motion", "left"))))},
       {"Alert", alerts.GetJsonrpcRequest(alerts.CreateAlarmsParamsObj(
-                    ArrayOf(alerts.CreateAlarmsItemJson("overheat", "trigger", "above 80 C"))))},
+                    ArrayOf(CAlertsPluginJson::CreateAlarmsItemJson("overheat", "trigger", "above 80 C"))))},
       {"Accepted", Answer(Acks::CreateCommandAcksAcceptedParamsObj, nullptr, nullptr)},
       {"Acked", Answer(Acks::CreateCommandAcksAckedParamsObj, "reboot", "done")},
       {"Rejected", Answer(Acks::CreateCommandAcksRejectedParamsObj, "fly", "unknown command")},
