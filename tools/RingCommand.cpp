@@ -64,10 +64,10 @@ void Follow(const RingSegment& segment, Reading previous) {
     }
     const ringtool::Fresh fresh = ringtool::FreshSince(previous, current);
     if (fresh.flushed) {
-      std::cout << "[flushed to the log file]\n";
+      std::cout << "[flushed to the log file]" << std::endl;
     }
     if (fresh.missed > 0) {
-      std::cout << "[" << fresh.missed << " bytes came and went unseen]\n";
+      std::cout << "[" << fresh.missed << " bytes came and went unseen]" << std::endl;
     }
     PrintLines(fresh.bytes, current.frontCut && fresh.bytes.size() == current.contents.size());
     previous = std::move(current);

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstring>
 #include <thread>
+#include <utility>
 
 namespace ringtool {
 
@@ -72,6 +73,10 @@ bool BeginsWithTime(std::string_view text) {
          });
 }
 
+bool EndsALine(std::string_view text) {
+  return text.empty() || text.back() == '\n';
+}
+
 // Brings the ring's bytes into the order in which they were stored. `storedMeanwhile` bytes were stored
 // while they were copied and may stand where the oldest ones were.
 Reading Extract(std::string_view bytes, const ring::State& state, std::int64_t storedMeanwhile) {
@@ -91,23 +96,9 @@ Reading Extract(std::string_view bytes, const ring::State& state, std::int64_t s
   return reading;
 }
 
-}  // namespace
-
-const char* Describe(HeaderVerdict verdict) {
-  switch (verdict) {
-    case HeaderVerdict::kConsistent:
-      return "consistent";
-    case HeaderVerdict::kBeingChanged:
-      return "not consistent: a line was being stored or the ring flushed";
-    case HeaderVerdict::kForeign:
-      return "not consistent: it does not carry the magic of an in-memory log";
-    case HeaderVerdict::kContradictory:
-      break;
-  }
-  return "not consistent: its positions and its count contradict each other";
-}
-
-Reading ReadRing(const void* segment) {
+// One copy of the ring, taken between two looks at the header. A ring that was emptied and filled again
+// between them, further than before, goes unnoticed.
+Reading ReadOnce(const void* segment) {
   Look before = LookAt(segment);
   for (int i = 0; i < kReadings && before.verdict == HeaderVerdict::kConsistent; ++i) {
     const std::string bytes(RingBytes(segment), ring::kCapacity);
@@ -126,6 +117,54 @@ Reading ReadRing(const void* segment) {
       before.verdict == HeaderVerdict::kConsistent ? HeaderVerdict::kBeingChanged : before.verdict;
   reading.state = before.state;
   return reading;
+}
+
+// Whether two readings show the same bytes where both show any; leaves in `first` what both show. Lines end
+// in a newline, so a reading that does not is right only if nothing moves.
+bool Confirm(Reading& first, const Reading& second) {
+  const bool unmoved = second.contents == first.contents;
+  const Fresh fresh = FreshSince(first, second);
+  if (fresh.flushed || fresh.missed > 0 || (!unmoved && !EndsALine(first.contents))) {
+    return false;
+  }
+  const std::size_t shared = second.contents.size() - fresh.bytes.size();
+  if (shared < first.contents.size()) {
+    first.contents.erase(0, first.contents.size() - shared);
+    first.frontCut = !BeginsWithTime(first.contents);
+  }
+  return true;
+}
+
+}  // namespace
+
+const char* Describe(HeaderVerdict verdict) {
+  switch (verdict) {
+    case HeaderVerdict::kConsistent:
+      return "consistent";
+    case HeaderVerdict::kBeingChanged:
+      return "not consistent: a line was being stored or the ring flushed";
+    case HeaderVerdict::kForeign:
+      return "not consistent: it does not carry the magic of an in-memory log";
+    case HeaderVerdict::kContradictory:
+      break;
+  }
+  return "not consistent: its positions and its count contradict each other";
+}
+
+Reading ReadRing(const void* segment) {
+  Reading first = ReadOnce(segment);
+  for (int i = 0; i < kReadings && first.verdict == HeaderVerdict::kConsistent; ++i) {
+    Reading second = ReadOnce(segment);
+    if (second.verdict == HeaderVerdict::kConsistent && Confirm(first, second)) {
+      return first;
+    }
+    first = std::move(second);
+  }
+  first.contents.clear();
+  if (first.verdict == HeaderVerdict::kConsistent) {
+    first.verdict = HeaderVerdict::kBeingChanged;
+  }
+  return first;
 }
 
 std::string Salvage(const void* segment) {
@@ -160,7 +199,8 @@ Fresh FreshSince(const Reading& previous, const Reading& current) {
   }
   // What both readings show must be the same bytes; otherwise the ring was emptied and filled again.
   const auto shared = now.size() - static_cast<std::size_t>(*stored);
-  if (shared > old.size() || old.substr(old.size() - shared) != now.substr(0, shared)) {
+  const std::size_t compared = std::min(shared, old.size());
+  if (old.substr(old.size() - compared) != now.substr(shared - compared, compared)) {
     return {now, true, 0};
   }
   return {now.substr(shared), false, 0};

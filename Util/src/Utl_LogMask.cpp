@@ -182,12 +182,11 @@ unsigned long maskText(char* buffer, unsigned long length, const char* key, cons
 }
 
 const char* UTLString_strnstr(const char* haystack, const char* needle, unsigned long length) {
-  const std::string_view text = haystack == nullptr ? std::string_view() : std::string_view(haystack, length);
   const std::string_view wanted = OrEmpty(needle);
-  if (wanted.empty()) {
+  if (haystack == nullptr || wanted.empty()) {
     return haystack;
   }
-  const std::size_t found = Find(text, 0, wanted);
+  const std::size_t found = Find({haystack, length}, 0, wanted);
   return found == std::string_view::npos ? nullptr : haystack + found;
 }
 

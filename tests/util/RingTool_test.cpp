@@ -3,12 +3,15 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <array>
 #include <cstdio>
 #include <string>
 #include <vector>
 
 #include "LogTestSupport.h"
 #include "RingTestSupport.h"
+#include "Utl_Log.h"
+#include "Utl_Log_internal.h"
 
 namespace {
 
@@ -106,7 +109,28 @@ TEST(RingTool, FindsSegmentsAndRefusesWhatItCannotDo) {
   }
 }
 
-TEST(RingTool, FollowsLinesFlushesAndTheEnd) {
+TEST(RingTool, FollowsALiveRingToItsEnd) {
+  const TestRing test;
+  ASSERT_EQ(UTL_LOGSetEnableInMemoryLogging(true, test.id()), 0);
+  UTL_log_storeInRing("first\n", 6);
+  FILE* tool =
+      ::popen((std::string(PLUGINSDK_TOOL) + " ring --follow " + std::to_string(test.id())).c_str(), "r");
+  const auto nextLine = [tool] {
+    std::array<char, 200> line = {};
+    return std::string(std::fgets(line.data(), line.size(), tool) == nullptr ? "" : line.data());
+  };
+  EXPECT_EQ(nextLine(), test.name() + ": header consistent, 6 bytes stored since the last flush\n");
+  EXPECT_EQ(nextLine(), "first\n");
+  UTL_log_storeInRing("second\n", 7);
+  EXPECT_EQ(nextLine(), "second\n");
+  UTL_LOGFlushInMemoryLogs();
+  EXPECT_EQ(nextLine(), "[flushed to the log file]\n");
+  UTL_LOGSetEnableInMemoryLogging(false, 0);
+  EXPECT_EQ(nextLine(), "[in-memory logging was turned off]\n");
+  EXPECT_EQ(::pclose(tool), 0);
+}
+
+TEST(RingTool, TellsNewLinesFromAFlush) {
   const ring::State start = {164, 167, 0, 3};
   const struct {
     const char* name;
