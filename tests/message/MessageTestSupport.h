@@ -34,7 +34,7 @@ inline std::string Replaced(std::string text, const std::string& what, const std
 // Compact printing in which time stamps (ten digits) read NOW; deletes the tree.
 inline std::string Stamped(cJSON* tree) {
   std::string text = Printed(JsonPtr(tree).get());
-  for (const std::string key : {"\"epoch\":\"", "\"time\":\""}) {
+  for (const std::string key : {R"("epoch":")", R"("time":")"}) {
     for (std::size_t at = 0; (at = text.find(key, at)) != std::string::npos; at += key.size()) {
       const std::size_t digits = at + key.size();
       if (text.find_first_not_of("0123456789", digits) == digits + 10) text.replace(digits, 10, "NOW");
@@ -56,7 +56,7 @@ std::vector<std::string> Logged(Action action) {
   for (std::string time, thread, file, number, rest; std::getline(output, time, '|');) {
     std::getline(std::getline(output, thread, '|'), file, ':');
     std::getline(std::getline(output, number, ':'), rest);
-    lines.push_back(time.substr(time.size() - 7) + "|" + file + ":" + rest);
+    lines.push_back(time.substr(time.size() - 7).append("|").append(file).append(":").append(rest));
   }
   return lines;
 }

@@ -60,8 +60,9 @@ void ExpectUsableAttached(const std::string& fields, const std::string& key, con
   const std::string start = R"({"epoch":"NOW",)" + fields;
   for (const char* unusable : {"no JSON", "[]", "\"[1]\"", "5", "null", "true"})
     EXPECT_EQ(Stamped(build(Json(unusable).get())), start + "}") << unusable;
+  const std::string attached = start + ",\"" + key + "\":@}";
   for (const char* usable : {"{}", "[0]", R"({"a":[]})"})
-    EXPECT_EQ(Stamped(build(Json(usable).release())), start + ",\"" + key + "\":" + usable + "}");
+    EXPECT_EQ(Stamped(build(Json(usable).release())), Replaced(attached, "@", usable));
 }
 
 TEST(Requests, OnlyUsableCollectionsAreAttached) {
@@ -80,16 +81,16 @@ TEST(Requests, OnlyUsableCollectionsAreAttached) {
     auto acks = Named<Acks>();
     const auto echo = [&](cJSON* tree) { return (acks.*state.echo)(tree); };
     EXPECT_EQ(echo(Json("[0]").get()), nullptr);
-    const std::string tail = std::string(R"("commandState":")") + state.word + '"';
-    ExpectUsableAttached(R"("appGUID":"g","commandId":"","commandSource":"any",)" + tail, "commandAcks",
-                         [&](cJSON* tree) { return state.build("g", "", "any", nullptr, tree); });
+    const auto expect = [&](const char* fields, const Build& build) {
+      ExpectUsableAttached(Replaced(fields, "@", state.word), "commandAcks", build);
+    };
+    expect(R"("appGUID":"g","commandId":"","commandSource":"any","commandState":"@")",
+           [&](cJSON* tree) { return state.build("g", "", "any", nullptr, tree); });
     acks.m_commandPluginJson = &request;
-    const std::string appGUID = R"("appGUID":"a1b2",)";
-    ExpectUsableAttached(appGUID + R"("commandId":"7","commandSource":"remote","moduleName":"",)" + tail,
-                         "commandAcks", echo);
+    expect(R"("appGUID":"a1b2","commandId":"7","commandSource":"remote","moduleName":"","commandState":"@")",
+           echo);
     acks.m_commandPluginJson = &refused;
-    ExpectUsableAttached(appGUID + R"("commandId":"","commandSource":"","moduleName":"",)" + tail,
-                         "commandAcks", echo);
+    expect(R"("appGUID":"a1b2","commandId":"","commandSource":"","moduleName":"","commandState":"@")", echo);
   }
   ExpectUsableAttached(
       R"("clientAppGUID":"c","appGUID":"g","commandId":"i","commandSource":"any","moduleName":"")",
@@ -197,21 +198,20 @@ TEST(Requests, WithoutMemoryNothingIsHalfBuilt) {
 
 TEST(PrintedSize, VerdictIsExactForEveryShape) {
   const struct {
-    const char *start, *repeated, *end;
-  } shapes[] = {{"\"", "x", "\""},
-                {"\"", "\\u0001", "\""},
-                {"\"", "\\\"", "\""},
-                {"\"", R"(\\)", "\""},
-                {"[0", ",null", "]"},
-                {"[0", ",[[]]", "]"},
-                {"[0", ",-1.2345678901234567e-300", "]"},
-                {"", "{\"k\":", ""},
-                {"{\"a\":1", ",\"\\n\":{}", "}"}};
+    const char *start, *repeated, *middle, *repeatedToo, *end;
+  } shapes[] = {{"\"", "x", "", "", "\""},
+                {"\"", R"(\u0001)", "", R"(\")", "\""},
+                {"\"", R"(\")", "", R"(\\)", "\""},
+                {"[", "null,", "0", ",[[]]", "]"},
+                {"[", "-1.2345678901234567e-300,", "0", "", "]"},
+                {"", R"({"k":)", "0", "}", ""},
+                {"{", R"("\n":{},)", R"("a":1)", "", "}"}};
   for (const auto& shape : shapes) {
-    std::string text = shape.start;
-    std::string end = shape.end;
-    for (int i = 0; i < 100; ++i, text += shape.repeated, end += text.back() == ':' ? "}" : "") {
-      const JsonPtr tree = Json(text + (text.empty() || text.back() == ':' ? "0" : "") + end);
+    std::string start = shape.start;
+    std::string end = shape.middle;
+    for (int i = 0; i < 100; ++i, start += shape.repeated, end += shape.repeatedToo) {
+      const std::string text = (start + end).append(shape.end);
+      const JsonPtr tree = Json(text);
       const std::size_t size = Printed(tree.get(), false).size();
       EXPECT_TRUE(PrintsLongerThan(tree.get(), size - 1) && !PrintsLongerThan(tree.get(), size)) << text;
     }
