@@ -76,13 +76,20 @@ struct Zone {
 // All that a thread keeps between its lines, zeroed when it starts.
 struct PerThread {
   int depth;                      // how many times the thread is inside the facility
-  std::uint64_t thread;           // its kernel id, 0 until it is asked for
+  std::size_t threadLength;       // 0 until its kernel id is asked for
+  char thread[20];                // the id in digits
   bool isConverted;               // whether the following belong together
   std::time_t second;             // the second last converted
   Zone zone;                      // by this zone
   UTLTime_CalendarTime calendar;  // to this, without the part below the second
 };
 thread_local PerThread perThread;
+
+// Finding it is a call into the loader wherever it is done. Not inlined, so that it is done where this is
+// called and not, by the optimiser, at every use of the result.
+[[gnu::noinline]] PerThread& ThisThread() {
+  return perThread;
+}
 
 // Where in the program a line comes from.
 struct Position {
@@ -134,17 +141,20 @@ UTLTime_CalendarTime ReadClock(PerThread& self) {
   return now;
 }
 
-std::uint64_t ThreadId(PerThread& self) {
-  if (self.thread == 0) {
-    self.thread = UTLDetachableThread_Self();
+std::string_view ThreadText(PerThread& self) {
+  if (self.threadLength == 0) {
+    char* const begin = self.thread;
+    self.threadLength = static_cast<std::size_t>(
+        std::to_chars(begin, begin + sizeof self.thread, UTLDetachableThread_Self()).ptr - begin);
   }
-  return self.thread;
+  return {self.thread, self.threadLength};
 }
 
 // Text of a fixed capacity that keeps what fits and counts on, as snprintf does.
 class BoundedText {
  public:
-  BoundedText(char* buffer, std::size_t capacity) : m_buffer(buffer), m_capacity(capacity) {}
+  BoundedText(char* buffer, std::size_t length, std::size_t capacity)
+      : m_buffer(buffer), m_length(length), m_capacity(capacity) {}
 
   void Append(std::string_view text) {
     if (m_length < m_capacity) {
@@ -152,66 +162,57 @@ class BoundedText {
     }
     m_length += text.size();
   }
-
-  template <typename Number>
-  void AppendNumber(Number number) {
-    char digits[20];  // the longest 64-bit number
-    const char* const end = std::to_chars(digits, digits + sizeof digits, number).ptr;
-    Append({digits, static_cast<std::size_t>(end - digits)});
-  }
-
-  // As "%02d": a number that has no two digits is as long as it is.
-  void AppendTwoDigits(std::int32_t number) {
-    if (number < 0 || number > 99) {
-      AppendNumber(number);
-      return;
-    }
-    const char digits[2] = {static_cast<char>('0' + number / 10), static_cast<char>('0' + number % 10)};
-    Append({digits, sizeof digits});
-  }
-
-  // As "%06u".
-  void AppendSixDigits(std::uint32_t number) {
-    if (number > 999999) {
-      AppendNumber(number);
-      return;
-    }
-    char digits[6];
-    for (std::size_t i = sizeof digits; i > 0; --i) {
-      digits[i - 1] = static_cast<char>('0' + number % 10);
-      number /= 10;
-    }
-    Append({digits, sizeof digits});
-  }
-
   std::size_t length() const { return m_length; }
 
  private:
   char* const m_buffer;
+  std::size_t m_length;
   const std::size_t m_capacity;
-  std::size_t m_length = 0;
 };
 
+char* PutText(char* to, std::string_view text) {
+  std::memcpy(to, text.data(), text.size());
+  return to + text.size();
+}
+
+// `number` has at most two digits; the character behind it separates it from the next.
+char* PutTwoDigits(char* to, std::int32_t number, char separator) {
+  const auto digits = static_cast<unsigned>(number) % 100;
+  to[0] = static_cast<char>('0' + digits / 10);
+  to[1] = static_cast<char>('0' + digits % 10);
+  to[2] = separator;
+  return to + 3;
+}
+
+char* PutSixDigits(char* to, std::int32_t number) {
+  auto rest = static_cast<unsigned>(number);
+  for (int i = 5; i >= 0; --i) {
+    to[i] = static_cast<char>('0' + rest % 10);
+    rest /= 10;
+  }
+  return to + 6;
+}
+
 // "%02d:%02d:%02d.%06u%s|%lu|%s:%d:%s| ", written by hand because printf takes several times as long. Returns
-// the whole length, of which at most `capacity` characters are in the buffer.
-std::size_t FormatHeader(char* buffer, std::size_t capacity, const Position& position,
-                         const UTLTime_CalendarTime& now, std::uint64_t thread) {
-  BoundedText header(buffer, capacity);
-  header.AppendTwoDigits(now.hour);
-  header.Append(":");
-  header.AppendTwoDigits(now.min);
-  header.Append(":");
-  header.AppendTwoDigits(now.sec);
-  header.Append(".");
-  header.AppendSixDigits(static_cast<std::uint32_t>(now.usec));
-  header.Append(kTags[Index(position.level)]);
-  header.Append("|");
-  header.AppendNumber(thread);
-  header.Append("|");
+// the whole length, of which at most `capacity` characters, 255 or more, are in the buffer.
+std::size_t FormatHeader(char* buffer, std::size_t capacity, PerThread& self, const Position& position,
+                         const UTLTime_CalendarTime& now) {
+  char* to = PutTwoDigits(buffer, now.hour, ':');
+  to = PutTwoDigits(to, now.min, ':');
+  to = PutTwoDigits(to, now.sec, '.');
+  to = PutSixDigits(to, now.usec);
+  to = PutText(to, kTags[Index(position.level)]);
+  *to++ = '|';
+  to = PutText(to, ThreadText(self));
+  *to++ = '|';
+  // So far at most 51 characters. The rest may be of any length.
+  BoundedText header(buffer, static_cast<std::size_t>(to - buffer), capacity);
   header.Append(position.file == nullptr ? "*" : UTL_String_GetFilenamePart(position.file));
-  header.Append(":");
-  header.AppendNumber(position.line);
-  header.Append(":");
+  char line[13];  // the longest number, its sign and the separators
+  line[0] = ':';
+  char* const lineEnd = std::to_chars(line + 1, line + sizeof line, position.line).ptr;
+  *lineEnd = ':';
+  header.Append({line, static_cast<std::size_t>(lineEnd + 1 - line)});
   header.Append(position.function == nullptr ? "<n/a>" : position.function);
   header.Append("| ");
   return header.length();
@@ -235,14 +236,13 @@ class LineText {
  public:
   LineText(PerThread& self, const Position& position, const UTLTime_CalendarTime& now, LongLine longLine,
            const char* format, va_list arguments) __attribute__((format(printf, 6, 0))) {
-    const std::uint64_t thread = ThreadId(self);
     va_list again;
     va_copy(again, arguments);
-    const std::size_t header = FormatHeader(m_short, kShortLine, position, now, thread);
+    const std::size_t header = FormatHeader(m_short, kShortLine, self, position, now);
     const std::size_t room = header <= kShortLine ? sizeof m_short - header : 0;
     m_size = header + FormatMessage(m_short + std::min(header, kShortLine), room, format, arguments);
     if (m_size > kShortLine) {
-      FormatLong(longLine, position, now, thread, format, again);
+      FormatLong(self, position, now, longLine, format, again);
     }
     va_end(again);
     if (m_text[m_size - 1] != '\n') {  // a header is never empty
@@ -257,8 +257,8 @@ class LineText {
 
  private:
   // Formats again in full, or, when that may not or cannot be, marks what is there as cut.
-  void FormatLong(LongLine longLine, const Position& position, const UTLTime_CalendarTime& now,
-                  std::uint64_t thread, const char* format, va_list arguments)
+  void FormatLong(PerThread& self, const Position& position, const UTLTime_CalendarTime& now,
+                  LongLine longLine, const char* format, va_list arguments)
       __attribute__((format(printf, 6, 0))) {
     const std::size_t room = m_size + 1;
     if (longLine == LongLine::kWhole) {
@@ -270,7 +270,7 @@ class LineText {
       return;
     }
     m_text = m_long.get();
-    const std::size_t header = FormatHeader(m_text, m_size, position, now, thread);
+    const std::size_t header = FormatHeader(m_text, m_size, self, position, now);
     const std::size_t formatted = FormatMessage(m_text + header, room - header, format, arguments);
     // Another thread may have changed a text that is printed; what it grew by is not here.
     m_size = header + std::min(formatted, m_size - header);
@@ -391,7 +391,7 @@ void WriteAside(PerThread& self, const Position& position, const char* format, v
 void Print(const Position& position, const char* format, va_list arguments)
     __attribute__((format(printf, 2, 0)));
 void Print(const Position& position, const char* format, va_list arguments) {
-  PerThread& self = perThread;
+  PerThread& self = ThisThread();
   if (self.depth != 0) {
     WriteAside(self, position, format, arguments);
     return;
@@ -410,7 +410,7 @@ void Print(const Position& position, const char* format, va_list arguments) {
 // The locks around a fork are taken so that the child finds the state whole. A shared hold does: it keeps
 // changes out, and does not wait for other threads' lines. A thread that is inside has them its own way.
 void BeforeFork() {
-  if (perThread.depth != 0) {
+  if (ThisThread().depth != 0) {
     return;
   }
   turnstile.lock();
@@ -421,7 +421,7 @@ void BeforeFork() {
 }
 
 void AfterForkInParent() {
-  if (perThread.depth != 0) {
+  if (ThisThread().depth != 0) {
     return;
   }
   if (utl_logInit.load(std::memory_order_relaxed)) {
@@ -432,8 +432,8 @@ void AfterForkInParent() {
 }
 
 void AfterForkInChild() {
-  perThread.thread = 0;
-  if (perThread.depth != 0) {
+  ThisThread().threadLength = 0;
+  if (ThisThread().depth != 0) {
     return;
   }
   if (utl_logInit.load(std::memory_order_relaxed)) {
@@ -491,7 +491,7 @@ bool Initialise(const char* processPath, const char* logRoot) {
 
 namespace pluginsdk::log {
 
-Inside::Inside() noexcept : m_depth(perThread.depth), m_errno(errno) {
+Inside::Inside() noexcept : m_depth(ThisThread().depth), m_errno(errno) {
   ++m_depth;
 }
 
@@ -539,11 +539,9 @@ void TellOnStderr(const char* before, const char* text, const char* after) {
 }  // namespace pluginsdk::log
 
 const char* UTL_String_GetFilenamePart(const char* path) {
-  const char* name = path;
-  for (const char* at = path; *at != '\0'; ++at) {
-    if (*at == '/' || *at == '\\') {
-      name = at + 1;
-    }
+  const char* name = path + std::strlen(path);
+  while (name != path && name[-1] != '/' && name[-1] != '\\') {
+    --name;
   }
   return name;
 }
@@ -617,7 +615,7 @@ void UTLWarn(int level, const char* file, int line, const char* function, const 
 
 void UTL_log_vprint(UTL_LOGLevel level, const char* file, int line, const char* function,
                     const UTLTime_CalendarTime* now, const char* format, va_list arguments) {
-  WriteLine(perThread, {level, file, line, function}, *now, format, arguments);
+  WriteLine(ThisThread(), {level, file, line, function}, *now, format, arguments);
 }
 
 void UTL_log_print(UTL_LOGLevel level, const char* /*file*/, int line, const char* function,
