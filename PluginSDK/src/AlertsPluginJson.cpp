@@ -18,6 +18,20 @@ namespace {
 
 constexpr int kDescriptionError = 4;
 
+void Validate(CAlarmUpdatePluginJson& update, const char* text, const VerificationLimits* limits) {
+  const JsonPtr request = Parse(text);
+  const cJSON* params = cJSON_GetObjectItem(request.get(), "params");
+  if (params == nullptr) return;
+
+  const std::string method(StringMember(request.get(), "method"));
+  update.m_validSignature = IsAuthentic(text, method, update.m_accessKey, limits);
+  if (!update.m_validSignature) return;
+
+  update.m_alarmVersion = StringMember(params, "version");
+  // Last, because an exception in the constructor would leave the trees without an owner.
+  TakeChildren(cJSON_GetObjectItem(params, "modules"), update.m_modules);
+}
+
 bool IsNamed(const cJSON* module, std::string_view name) {
   return StringMember(module, "moduleName") == name;
 }
@@ -63,7 +77,7 @@ CAlarmUpdatePluginJson::CAlarmUpdatePluginJson(char const* jsonText, std::string
 CAlarmUpdatePluginJson::CAlarmUpdatePluginJson(char const* jsonText, std::string accessKey,
                                                const VerificationLimits& limits)
     : m_accessKey(std::move(accessKey)) {
-  Validate(jsonText, &limits);
+  Validate(*this, jsonText, &limits);
 }
 
 CAlarmUpdatePluginJson::~CAlarmUpdatePluginJson() {
@@ -71,21 +85,7 @@ CAlarmUpdatePluginJson::~CAlarmUpdatePluginJson() {
 }
 
 void CAlarmUpdatePluginJson::ValidateAlarms(char const* jsonText) {
-  Validate(jsonText, nullptr);
-}
-
-void CAlarmUpdatePluginJson::Validate(char const* jsonText, const VerificationLimits* limits) {
-  const JsonPtr request = Parse(jsonText);
-  const cJSON* params = cJSON_GetObjectItem(request.get(), "params");
-  if (params == nullptr) return;
-
-  const std::string method(StringMember(request.get(), "method"));
-  m_validSignature = IsAuthentic(jsonText, method, m_accessKey, limits);
-  if (!m_validSignature) return;
-
-  m_alarmVersion = StringMember(params, "version");
-  // Last, because an exception in the constructor would leave the trees without an owner.
-  TakeChildren(cJSON_GetObjectItem(params, "modules"), m_modules);
+  Validate(*this, jsonText, nullptr);
 }
 
 std::list<cJSON*> CAlarmUpdatePluginJson::GetAlarms(std::string moduleName) const {

@@ -87,7 +87,4 @@ class PLUGINSDK_API CAlarmUpdatePluginJson {
   /// The "epoch" of the first module of this name, "" when it has none; null when no module has the name.
   /// The text lives as long as the object.
   char const* GetAlarmsUpdateEpochTime(std::string moduleName) const;
-
- private:
-  void Validate(char const* jsonText, const VerificationLimits* limits);
 };

@@ -61,6 +61,29 @@ void ReadBackNumbers(cJSON* item) {
   item->valuedouble = readBack->valuedouble;
 }
 
+void Validate(CCommandPluginJson& command, const char* text, const VerificationLimits* limits) {
+  const JsonPtr request = Parse(text);
+  const cJSON* params = cJSON_GetObjectItem(request.get(), "params");
+  if (params == nullptr) return;
+
+  const std::string method(StringMember(request.get(), "method"));
+  command.m_validSignature = IsAuthentic(text, method, command.m_accessKey, limits);
+  Log(__LINE__, "is valid signature? %d", static_cast<int>(command.m_validSignature));
+  if (!command.m_validSignature) return;
+
+  command.m_commandId = StringMember(params, "commandId");
+  command.m_commandSource = StringMember(params, "commandSource");
+  command.m_moduleName = StringMember(params, "moduleName");
+  if (cJSON* commands = cJSON_GetObjectItem(params, "commands"); cJSON_IsArray(commands)) {
+    ReadBackNumbers(commands);
+    // Last of what may throw: an exception in the constructor would leave the trees without an owner.
+    TakeChildren(commands, command.m_commands);
+  }
+  Log(__LINE__, "m_commandId: %s", command.m_commandId.c_str());
+  Log(__LINE__, "m_commandSource: %s", command.m_commandSource.c_str());
+  Log(__LINE__, "m_moduleName: %s", command.m_moduleName.c_str());
+}
+
 // ---- Acknowledgements
 
 cJSON* BuildParams(const std::string& state, const char* appGUID, const char* commandId,
@@ -93,7 +116,7 @@ CCommandPluginJson::CCommandPluginJson(char const* jsonText, std::string accessK
 CCommandPluginJson::CCommandPluginJson(char const* jsonText, std::string accessKey,
                                        const VerificationLimits& limits)
     : m_accessKey(std::move(accessKey)) {
-  Validate(jsonText, &limits);
+  Validate(*this, jsonText, &limits);
 }
 
 CCommandPluginJson::~CCommandPluginJson() {
@@ -101,30 +124,7 @@ CCommandPluginJson::~CCommandPluginJson() {
 }
 
 void CCommandPluginJson::ValidateCommands(char const* jsonText) {
-  Validate(jsonText, nullptr);
-}
-
-void CCommandPluginJson::Validate(char const* jsonText, const VerificationLimits* limits) {
-  const JsonPtr request = Parse(jsonText);
-  const cJSON* params = cJSON_GetObjectItem(request.get(), "params");
-  if (params == nullptr) return;
-
-  const std::string method(StringMember(request.get(), "method"));
-  m_validSignature = IsAuthentic(jsonText, method, m_accessKey, limits);
-  Log(__LINE__, "is valid signature? %d", static_cast<int>(m_validSignature));
-  if (!m_validSignature) return;
-
-  m_commandId = StringMember(params, "commandId");
-  m_commandSource = StringMember(params, "commandSource");
-  m_moduleName = StringMember(params, "moduleName");
-  if (cJSON* commands = cJSON_GetObjectItem(params, "commands"); cJSON_IsArray(commands)) {
-    ReadBackNumbers(commands);
-    // Last of what may throw: an exception in the constructor would leave the trees without an owner.
-    TakeChildren(commands, m_commands);
-  }
-  Log(__LINE__, "m_commandId: %s", m_commandId.c_str());
-  Log(__LINE__, "m_commandSource: %s", m_commandSource.c_str());
-  Log(__LINE__, "m_moduleName: %s", m_moduleName.c_str());
+  Validate(*this, jsonText, nullptr);
 }
 
 cJSON* CCommandAcksPluginJson::CreateCommandAcksAcceptedParamsObj(char const* appGUID, char const* commandId,

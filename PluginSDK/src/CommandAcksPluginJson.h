@@ -55,9 +55,6 @@ class PLUGINSDK_API CCommandPluginJson {
 
   /// What the first constructor does with its text; not meant to be called again.
   void ValidateCommands(char const* jsonText);
-
- private:
-  void Validate(char const* jsonText, const VerificationLimits* limits);
 };
 
 /// Builds `notifyPluginCommandAck` requests:
