@@ -13,6 +13,7 @@
 #include <limits>
 #include <map>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -57,6 +58,7 @@ struct Settings {
   std::string ticket;  ///< opens the connection; the access key signs messages and never travels
   std::string mountPoint;
   std::string localCommand;  ///< name of a command that the console gives at the start
+  bool hasLogRoot = false;
   int rounds = 0;
   milliseconds interval{0};
   milliseconds timeout{0};
@@ -267,7 +269,7 @@ void HostMonitor::Handle(const std::string& text) {
   } else if (type == MessageType::api_notifyAgentEvent) {
     HandleAgentEvent(extra.get());
   } else if (type == MessageType::error) {
-    m_transcript.Message("error", "noted", "error", extra.get());
+    m_transcript.Message("error", "noted", "error", extra == nullptr ? "" : extra.get());
   } else if (text.rfind("GOODBYE", 0) == 0) {
     m_finished = true;
   } else {
@@ -355,17 +357,19 @@ void HostMonitor::HandleAlarmUpdate(const std::string& text) {
                          "older than the last one");
     return;
   }
-  m_alarmEpoch = epoch;
+  double threshold = m_threshold;
   try {
     for (cJSON* alarm : update->GetAlarms(kHostModule)) {  // the trees stay the update's
       if (CPluginUtil::GetJSONStringFieldValue(alarm, "name") == kMemoryAlarm) {
-        m_threshold = NumberFrom(ParametersOf(alarm), kThreshold, 0.0, 100.0);
+        threshold = NumberFrom(ParametersOf(alarm), kThreshold, 0.0, 100.0);
       }
     }
   } catch (const std::invalid_argument& error) {
     m_transcript.Message(AgentPluginApi::notifyPluginAlarmUpdate, "refused", "value", error.what());
     return;
   }
+  m_alarmEpoch = epoch;
+  m_threshold = threshold;
   m_transcript.Message(AgentPluginApi::notifyPluginAlarmUpdate, Verdict(), kMemoryAlarm,
                        "threshold of " + std::string(kMemoryAlarm) + " is now " + Fixed(m_threshold) + " %");
   m_reporter.Event(kSettingsEvent, "threshold " + Fixed(m_threshold));
@@ -398,8 +402,11 @@ HostMonitor::CommandFunction HostMonitor::Find(const std::string& commandName) {
 }
 
 void HostMonitor::CollectNow(const Parameters& parameters, const JsonTree& results) {
-  // A fixed name: one that came with the command could lead out of the log directory.
-  const SpecialLog capture("collectNow.log");
+  std::optional<SpecialLog> capture;
+  if (m_settings.hasLogRoot) {  // without one, special logs would begin at the root of the file system
+    // A fixed name: one that came with the command could lead out of the log directory.
+    capture.emplace("collectNow.log");
+  }
   const auto found = parameters.find(kSection);
   const std::string section = found == parameters.end() ? "all" : found->second;
   if (section != "all" && section != "load" && section != "memory") {
@@ -525,6 +532,7 @@ int Converse(const Arguments& arguments) {
   settings.ticket = ReadSecret(arguments.ticketFile);
   settings.mountPoint = arguments.mountPoint;
   settings.localCommand = arguments.localCommand;
+  settings.hasLogRoot = !arguments.logRoot.empty();
   settings.rounds = ParseNumber(arguments.rounds, "--rounds", 1, 1000000);
   settings.interval = milliseconds(ParseNumber(arguments.intervalMs, "--interval-ms", 50, 60000));
   settings.timeout = milliseconds(ParseNumber(arguments.timeoutMs, "--timeout-ms", 1000, 86400000));

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "AgentChecks.h"
+#include "AgentMessages.h"
 #include "BasePluginObject.h"
 #include "Framing.h"
 #include "JsonTree.h"
@@ -95,19 +96,6 @@ std::string Shown(const cJSON* items, const char* valueKey) {
   return text;
 }
 
-/// {"name": name, "params": [{"name": param, "value": value}]}
-JsonTree Setting(const std::string& name, const char* param, const std::string& value) {
-  JsonTree entry = Owned(cJSON_CreateObject());
-  AttachText(entry, "name", param);
-  AttachText(entry, "value", value);
-  JsonTree params = Owned(cJSON_CreateArray());
-  Append(params, std::move(entry));
-  JsonTree setting = Owned(cJSON_CreateObject());
-  AttachText(setting, "name", name);
-  Attach(setting, "params", std::move(params));
-  return setting;
-}
-
 std::string Fixed(double value) {
   char text[64];
   std::snprintf(text, sizeof(text), "%.2f", value);
@@ -153,7 +141,6 @@ class LocalAgent {
   std::string AnsweredCommand(const cJSON* params) const;
   void RememberMemory(const cJSON* params);
 
-  std::string Compose(const std::string& version, const std::string& api, JsonTree params) const;
   std::string ComposeCommand(const std::string& version, const std::string& name, const char* param,
                              const std::string& value);
   void SendCommand(const std::string& name, const char* param, const std::string& value);
@@ -384,42 +371,13 @@ void LocalAgent::Refuse(const Examined& message, const std::string& reason) {
 
 // What the agent sends.
 
-/// A whole request, in the printing that is sent. The library has no builders for the agent's messages, but
-/// its base builder makes the envelope and signs it.
-std::string LocalAgent::Compose(const std::string& version, const std::string& api, JsonTree params) const {
-  CBasePluginObject sender;
-  sender.m_version = version;
-  sender.m_accessKey = m_settings.accessKey;
-  const JsonTree request = Owned(sender.GetJsonrpcRequest(params.get()));
-  HandedOver(params);
-  const std::string method = CBasePluginObject::GetAgentPluginApi(version, api);
-  AttachText(request, "method", method);
-  if (version != ApiVersion::v2) {
-    return Compact(request.get());
-  }
-  for (;;) {
-    sender.GetSignedRequestJson(method, request.get(), true);
-    // Receivers take a method with "v1" anywhere in it for an unsigned one. One signature in a hundred has
-    // these two letters by chance: sign again, with another salt.
-    if (TextOf(request.get(), "method").find(ApiVersion::v1) == std::string::npos) {
-      return Compact(request.get());
-    }
-    JsonTree unsignedMethod = Owned(cJSON_CreateString(method.c_str()));
-    cJSON_ReplaceItemInObject(request.get(), "method", unsignedMethod.get());
-    HandedOver(unsignedMethod);
-  }
-}
-
 std::string LocalAgent::ComposeCommand(const std::string& version, const std::string& name, const char* param,
                                        const std::string& value) {
   JsonTree commands = Owned(cJSON_CreateArray());
   Append(commands, Setting(name, param, value));
-  JsonTree params = Owned(cJSON_CreateObject());
-  AttachText(params, "commandId", "cmd-" + std::to_string(++m_idsUsed));
-  AttachText(params, "commandSource", "remote");
-  AttachText(params, "moduleName", kModule);
-  Attach(params, "commands", std::move(commands));
-  return Compose(version, AgentPluginApi::notifyPluginCommand, std::move(params));
+  const std::string id = "cmd-" + std::to_string(++m_idsUsed);
+  return ComposeRequest(version, m_settings.accessKey, AgentPluginApi::notifyPluginCommand,
+                        CommandParams(id, kModule, std::move(commands)));
 }
 
 void LocalAgent::SendCommand(const std::string& name, const char* param, const std::string& value) {
@@ -449,16 +407,9 @@ std::string LocalAgent::ComposeTampered() {
 void LocalAgent::SendThreshold(double percent) {
   JsonTree alarms = Owned(cJSON_CreateArray());
   Append(alarms, Setting(kAlarm, "threshold", Fixed(percent)));
-  JsonTree module = Owned(cJSON_CreateObject());
-  AttachText(module, "moduleName", kModule);
-  AttachText(module, "epoch", std::to_string(std::time(nullptr)));
-  Attach(module, "alarms", std::move(alarms));
-  JsonTree modules = Owned(cJSON_CreateArray());
-  Append(modules, std::move(module));
-  JsonTree params = Owned(cJSON_CreateObject());
-  AttachText(params, "version", "1");
-  Attach(params, "modules", std::move(modules));
-  m_connection.Send(Compose(m_settings.version, AgentPluginApi::notifyPluginAlarmUpdate, std::move(params)));
+  m_connection.Send(ComposeRequest(m_settings.version, m_settings.accessKey,
+                                   AgentPluginApi::notifyPluginAlarmUpdate,
+                                   AlarmParams(kModule, std::time(nullptr), std::move(alarms))));
 }
 
 void LocalAgent::GoOnline() {
@@ -468,7 +419,8 @@ void LocalAgent::GoOnline() {
   }
   JsonTree params = Owned(cJSON_CreateObject());
   AttachText(params, MessageType::agentEventServerConnectivity.c_str(), MessageType::online);
-  m_connection.Send(Compose(m_settings.version, AgentPluginApi::notifyAgentEvent, std::move(params)));
+  m_connection.Send(ComposeRequest(m_settings.version, m_settings.accessKey, AgentPluginApi::notifyAgentEvent,
+                                   std::move(params)));
 }
 
 void LocalAgent::AwaitRounds() {
