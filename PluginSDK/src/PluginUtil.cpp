@@ -183,7 +183,7 @@ cJSON* CPluginUtil::GetJsonFromFile(std::string path) {
   if (std::fread(buffer.get(), size, 1, file.get()) != 1) EndProcess("entire read fails");
   buffer[size] = '\0';
   file.reset();
-  return cJSON_Parse(buffer.get());
+  return Parse(buffer.get()).release();
 }
 
 char* CPluginUtil::Utilityltoa(long value, char* buffer) {
@@ -202,7 +202,7 @@ bool CPluginUtil::GetJSONBooleanFieldValue(cJSON* object, std::string key) {
 }
 
 char* CPluginUtil::GetMessageType(const char* text, std::string* type) {
-  const JsonPtr document(text == nullptr ? nullptr : cJSON_Parse(text));
+  const JsonPtr document = text == nullptr ? nullptr : Parse(text);
   char* extra = nullptr;
   const char* word = document ? Classify(document.get(), &extra) : "others";
   JsonText owner(extra);  // freed should the assignment throw
