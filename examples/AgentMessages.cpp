@@ -15,22 +15,10 @@ std::string ComposeRequest(const std::string& version, const std::string& access
   HandedOver(params);
   const std::string method = CBasePluginObject::GetAgentPluginApi(version, api);
   AttachText(request, "method", method);
-  if (version != ApiVersion::v2) {
-    return Compact(request.get());
-  }
-  for (;;) {
+  if (version == ApiVersion::v2) {
     sender.GetSignedRequestJson(method, request.get(), true);
-    std::string text = Compact(request.get());
-    // Receivers take a method with "v1" anywhere in it for an unsigned one. One signature in a hundred has
-    // these two letters by chance: sign again, with another salt.
-    if (CPluginUtil::GetJSONStringFieldValue(request.get(), "method").find(ApiVersion::v1) ==
-        std::string::npos) {
-      return text;
-    }
-    JsonTree unsignedMethod = Owned(cJSON_CreateString(method.c_str()));
-    cJSON_ReplaceItemInObject(request.get(), "method", unsignedMethod.get());
-    HandedOver(unsignedMethod);
   }
+  return Compact(request.get());
 }
 
 JsonTree Setting(const std::string& name, const char* param, const std::string& value) {
