@@ -216,10 +216,17 @@ Row RegistrationRow() {
           {{{"cJSON by hand", Repeat([model] { cJSON_Delete(model->BuildByHand()); })}, Aim{1.5}}}};
 }
 
-Subject Modules(std::size_t modules) {
+/// `build` is one of the two ways.
+Subject Modules(const std::string& name, std::size_t modules, cJSON* (Registration::*build)() const) {
   const auto* model = new Registration(modules);  // used until the process ends
-  return {std::to_string(modules) + " modules", Repeat([model] { cJSON_Delete(model->BuildByLibrary()); }),
-          static_cast<double>(modules)};
+  return {name, Repeat([model, build] { cJSON_Delete((model->*build)()); }), static_cast<double>(modules)};
+}
+
+Row ModulesRow(std::size_t scale) {
+  return {std::to_string(scale) + "x the modules, per module",
+          Modules("CUpdateParams", scale, &Registration::BuildByLibrary),
+          {{Modules("1 module", 1, &Registration::BuildByLibrary), Aim{1.5}},
+           {Modules("as many by hand", scale, &Registration::BuildByHand), std::nullopt}}};
 }
 
 }  // namespace
@@ -238,7 +245,7 @@ std::vector<Row> Rows() {
     const auto commands = [](std::size_t count) { return Commands(count, static_cast<double>(count)); };
     rows.push_back({times + "commands, per command", commands(10 * scale), {{commands(10), Aim{1.5}}}});
     rows.push_back({times + "alarms, per alarm", Alarms(10 * scale), {{Alarms(10), Aim{1.5}}}});
-    rows.push_back({times + "modules, per module", Modules(scale), {{Modules(1), Aim{1.5}}}});
+    rows.push_back(ModulesRow(scale));
   }
   return rows;
 }

@@ -14,9 +14,10 @@ namespace bench {
 
 namespace {
 
-Subject Process(const char* name, std::string path) {
-  return {name, Repeat([path] {
-            char* arguments[] = {const_cast<char*>(path.c_str()), nullptr};
+/// `argument` may be null.
+Subject Process(const char* name, std::string path, const char* argument = nullptr) {
+  return {name, Repeat([path, argument] {
+            char* arguments[] = {const_cast<char*>(path.c_str()), const_cast<char*>(argument), nullptr};
             pid_t child = 0;
             int status = -1;
             if (posix_spawn(&child, path.c_str(), nullptr, nullptr, arguments, environ) != 0 ||
@@ -34,9 +35,10 @@ std::string Family() {
 }
 
 std::vector<Row> Rows() {
-  return {{"start to first message",
-           Process("first message", START_UP_MESSAGE),
-           {{Process("empty program, same libraries", START_UP_EMPTY), Aim{1.0, 1.5e6}}}}};
+  const Opponent empty = {Process("empty program, same libraries", START_UP_EMPTY), Aim{1.0, 1.5e6}};
+  return {
+      {"start to first message", Process("first message", START_UP_MESSAGE), {empty}},
+      {"start to first signed message", Process("signed message", START_UP_MESSAGE, "access key"), {empty}}};
 }
 
 }  // namespace bench
