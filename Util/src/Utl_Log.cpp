@@ -5,18 +5,17 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <memory>
 #include <mutex>
 #include <new>
 #include <type_traits>
 
+#include "Utl_LogLine_internal.h"
 #include "Utl_Log_internal.h"
 #include "Utl_Warn_internal.h"
 #include "Utl_file.h"
@@ -25,7 +24,11 @@
 
 using pluginsdk::log::ExclusiveHold;
 using pluginsdk::log::Inside;
+using pluginsdk::log::LineText;
+using pluginsdk::log::LongLine;
+using pluginsdk::log::Position;
 using pluginsdk::log::SharedHold;
+using pluginsdk::log::ThreadText;
 
 std::atomic<bool> utl_logInit{false};
 UTLSlimRWLock utl_logLock = {PTHREAD_RWLOCK_INITIALIZER};
@@ -49,12 +52,6 @@ int utl_shmFd = -1;
 
 namespace {
 
-constexpr std::size_t kShortLine = 255;  // a line up to here needs no heap
-
-// With their blanks, which keep most of them in one column.
-constexpr std::array<std::string_view, 7> kTags = {" TRACE ", " DBG   ",      " INFO  ", "!!WRN!!",
-                                                   "##ERR##", "##CRITICAL##", " ALWAYS"};
-
 // Whoever changes the facility passes here first, initialisation included; see LockShared.
 std::mutex turnstile;
 std::atomic<int> exclusiveWanted{0};
@@ -76,8 +73,7 @@ struct Zone {
 // All that a thread keeps between its lines, zeroed when it starts.
 struct PerThread {
   int depth;                      // how many times the thread is inside the facility
-  std::size_t threadLength;       // 0 until its kernel id is asked for
-  char thread[20];                // the id in digits
+  ThreadText thread;              // empty until it is asked for
   bool isConverted;               // whether the following belong together
   std::time_t second;             // the second last converted
   Zone zone;                      // by this zone
@@ -90,14 +86,6 @@ thread_local PerThread perThread;
 [[gnu::noinline]] PerThread& ThisThread() {
   return perThread;
 }
-
-// Where in the program a line comes from.
-struct Position {
-  UTL_LOGLevel level;
-  const char* file;
-  int line;
-  const char* function;
-};
 
 // A negative level, too, comes out above all others.
 constexpr std::size_t Index(UTL_LOGLevel level) {
@@ -141,146 +129,15 @@ UTLTime_CalendarTime ReadClock(PerThread& self) {
   return now;
 }
 
-std::string_view ThreadText(PerThread& self) {
-  if (self.threadLength == 0) {
-    char* const begin = self.thread;
-    self.threadLength = static_cast<std::size_t>(
-        std::to_chars(begin, begin + sizeof self.thread, UTLDetachableThread_Self()).ptr - begin);
+const ThreadText& ThreadOf(PerThread& self) {
+  ThreadText& thread = self.thread;
+  if (thread.length == 0) {
+    char* const end =
+        std::to_chars(thread.digits, thread.digits + sizeof thread.digits, UTLDetachableThread_Self()).ptr;
+    thread.length = static_cast<unsigned char>(end - thread.digits);
   }
-  return {self.thread, self.threadLength};
+  return thread;
 }
-
-// Text of a fixed capacity that keeps what fits and counts on, as snprintf does.
-class BoundedText {
- public:
-  BoundedText(char* buffer, std::size_t length, std::size_t capacity)
-      : m_buffer(buffer), m_length(length), m_capacity(capacity) {}
-
-  void Append(std::string_view text) {
-    if (m_length < m_capacity) {
-      std::memcpy(m_buffer + m_length, text.data(), std::min(text.size(), m_capacity - m_length));
-    }
-    m_length += text.size();
-  }
-  std::size_t length() const { return m_length; }
-
- private:
-  char* const m_buffer;
-  std::size_t m_length;
-  const std::size_t m_capacity;
-};
-
-char* PutText(char* to, std::string_view text) {
-  std::memcpy(to, text.data(), text.size());
-  return to + text.size();
-}
-
-// `number` has at most two digits; the character behind it separates it from the next.
-char* PutTwoDigits(char* to, std::int32_t number, char separator) {
-  const auto digits = static_cast<unsigned>(number) % 100;
-  to[0] = static_cast<char>('0' + digits / 10);
-  to[1] = static_cast<char>('0' + digits % 10);
-  to[2] = separator;
-  return to + 3;
-}
-
-char* PutSixDigits(char* to, std::int32_t number) {
-  auto rest = static_cast<unsigned>(number);
-  for (int i = 5; i >= 0; --i) {
-    to[i] = static_cast<char>('0' + rest % 10);
-    rest /= 10;
-  }
-  return to + 6;
-}
-
-// "%02d:%02d:%02d.%06u%s|%lu|%s:%d:%s| ", written by hand because printf takes several times as long. Returns
-// the whole length, of which at most `capacity` characters, 255 or more, are in the buffer.
-std::size_t FormatHeader(char* buffer, std::size_t capacity, PerThread& self, const Position& position,
-                         const UTLTime_CalendarTime& now) {
-  char* to = PutTwoDigits(buffer, now.hour, ':');
-  to = PutTwoDigits(to, now.min, ':');
-  to = PutTwoDigits(to, now.sec, '.');
-  to = PutSixDigits(to, now.usec);
-  to = PutText(to, kTags[Index(position.level)]);
-  *to++ = '|';
-  to = PutText(to, ThreadText(self));
-  *to++ = '|';
-  // So far at most 51 characters. The rest may be of any length.
-  BoundedText header(buffer, static_cast<std::size_t>(to - buffer), capacity);
-  header.Append(position.file == nullptr ? "*" : UTL_String_GetFilenamePart(position.file));
-  char line[13];  // the longest number, its sign and the separators
-  line[0] = ':';
-  char* const lineEnd = std::to_chars(line + 1, line + sizeof line, position.line).ptr;
-  *lineEnd = ':';
-  header.Append({line, static_cast<std::size_t>(lineEnd + 1 - line)});
-  header.Append(position.function == nullptr ? "<n/a>" : position.function);
-  header.Append("| ");
-  return header.length();
-}
-
-// The length of a message of which `room` bytes, the terminator included, are kept. A message without a
-// format, and one that cannot be formatted, is empty.
-std::size_t FormatMessage(char* buffer, std::size_t room, const char* format, va_list arguments)
-    __attribute__((format(printf, 3, 0)));
-std::size_t FormatMessage(char* buffer, std::size_t room, const char* format, va_list arguments) {
-  const int length =
-      format == nullptr ? 0 : std::vsnprintf(room == 0 ? nullptr : buffer, room, format, arguments);
-  return static_cast<std::size_t>(std::max(length, 0));
-}
-
-enum class LongLine { kWhole, kCut };
-
-// One line with its newline. The last byte of either buffer is vsnprintf's terminator first and the newline
-// then, so that no line needs a byte more than header, message and terminator.
-class LineText {
- public:
-  LineText(PerThread& self, const Position& position, const UTLTime_CalendarTime& now, LongLine longLine,
-           const char* format, va_list arguments) __attribute__((format(printf, 6, 0))) {
-    va_list again;
-    va_copy(again, arguments);
-    const std::size_t header = FormatHeader(m_short, kShortLine, self, position, now);
-    const std::size_t room = header <= kShortLine ? sizeof m_short - header : 0;
-    m_size = header + FormatMessage(m_short + std::min(header, kShortLine), room, format, arguments);
-    if (m_size > kShortLine) {
-      FormatLong(self, position, now, longLine, format, again);
-    }
-    va_end(again);
-    if (m_text[m_size - 1] != '\n') {  // a header is never empty
-      m_text[m_size++] = '\n';
-    }
-  }
-  LineText(const LineText&) = delete;
-  LineText& operator=(const LineText&) = delete;
-
-  const char* data() const { return m_text; }
-  std::size_t size() const { return m_size; }
-
- private:
-  // Formats again in full, or, when that may not or cannot be, marks what is there as cut.
-  void FormatLong(PerThread& self, const Position& position, const UTLTime_CalendarTime& now,
-                  LongLine longLine, const char* format, va_list arguments)
-      __attribute__((format(printf, 6, 0))) {
-    const std::size_t room = m_size + 1;
-    if (longLine == LongLine::kWhole) {
-      m_long.reset(new (std::nothrow) char[room]);
-    }
-    if (m_long == nullptr) {
-      std::memset(m_short + kShortLine - 3, '.', 3);
-      m_size = kShortLine;
-      return;
-    }
-    m_text = m_long.get();
-    const std::size_t header = FormatHeader(m_text, m_size, self, position, now);
-    const std::size_t formatted = FormatMessage(m_text + header, room - header, format, arguments);
-    // Another thread may have changed a text that is printed; what it grew by is not here.
-    m_size = header + std::min(formatted, m_size - header);
-  }
-
-  char m_short[kShortLine + 1];
-  std::unique_ptr<char[]> m_long;
-  char* m_text = m_short;
-  std::size_t m_size;
-};
 
 // While it lives, a write to a pipe or socket that nobody reads raises no SIGPIPE in this thread. The
 // process's handling of the signal is not touched.
@@ -363,7 +220,7 @@ void WriteLine(PerThread& self, const Position& position, const UTLTime_Calendar
                va_list arguments) __attribute__((format(printf, 4, 0)));
 void WriteLine(PerThread& self, const Position& position, const UTLTime_CalendarTime& now, const char* format,
                va_list arguments) {
-  const LineText line(self, position, now, LongLine::kWhole, format, arguments);
+  const LineText line(position, now, ThreadOf(self), LongLine::kWhole, format, arguments);
   if (utl_writeToStdout.load(std::memory_order_relaxed)) {
     WriteToStdout(line);
   }
@@ -379,7 +236,7 @@ void WriteAside(PerThread& self, const Position& position, const char* format, v
     __attribute__((format(printf, 3, 0)));
 void WriteAside(PerThread& self, const Position& position, const char* format, va_list arguments) {
   const Inside keepsErrno;
-  const LineText line(self, position, ReadClock(self), LongLine::kCut, format, arguments);
+  const LineText line(position, ReadClock(self), ThreadOf(self), LongLine::kCut, format, arguments);
   const SigpipeBlock block;
   const bool toStdout = utl_writeToStdout.load(std::memory_order_relaxed);
   if (write(toStdout ? STDOUT_FILENO : STDERR_FILENO, line.data(), line.size()) == -1 && errno == EPIPE) {
@@ -432,7 +289,7 @@ void AfterForkInParent() {
 }
 
 void AfterForkInChild() {
-  ThisThread().threadLength = 0;
+  ThisThread().thread.length = 0;
   if (ThisThread().depth != 0) {
     return;
   }
@@ -537,14 +394,6 @@ void TellOnStderr(const char* before, const char* text, const char* after) {
 }
 
 }  // namespace pluginsdk::log
-
-const char* UTL_String_GetFilenamePart(const char* path) {
-  const char* name = path + std::strlen(path);
-  while (name != path && name[-1] != '/' && name[-1] != '\\') {
-    --name;
-  }
-  return name;
-}
 
 void UTL_LOGInit(const char* processPath, const char* logRoot) {
   if (utl_logInit.load(std::memory_order_acquire) || !Initialise(processPath, logRoot)) {
