@@ -1,11 +1,15 @@
 // `pluginsdk`: the command-line tool of the library. Each subcommand lives in a file of its own.
 
 #include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
 
 #include "ExitCode.h"
 #include "RingCommand.h"
 
-int main(int argc, char** argv) {
+namespace {
+
+ExitCode RunTool(int argc, char** argv) {
   CLI::App app("Looks after plugins that use PluginSDK", "pluginsdk");
   app.set_version_flag("--version", PLUGINSDK_VERSION);
   app.require_subcommand(1);
@@ -17,4 +21,17 @@ int main(int argc, char** argv) {
     return app.exit(error) == 0 ? kDone : kCannotRun;  // asking for help ends the parsing too
   }
   return exitCode;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return RunTool(argc, argv);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "pluginsdk: %s\n", error.what());
+  } catch (...) {
+    std::fputs("pluginsdk: unknown error\n", stderr);
+  }
+  return kCannotRun;
 }

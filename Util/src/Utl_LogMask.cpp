@@ -78,9 +78,9 @@ std::size_t MaskRowIn(char* buffer, std::size_t length, std::string_view key, st
     taken = end;
   };
 
-  // A key may begin with the terminator of the value before it, or with the end of that terminator; one that
-  // ends before the terminator does is a part of it.
-  const std::size_t overlap = std::min(key.size(), terminator.size());
+  // A key may begin with the terminator of the value before it, or with the end of that terminator, as long
+  // as it reaches beyond; what lies inside a longer terminator is a part of it.
+  const std::size_t overlap = key.size() < terminator.size() ? key.size() - 1 : terminator.size();
   std::size_t cursor = 0;
   while (true) {
     const std::size_t found = Find(text, cursor, key);
@@ -196,18 +196,19 @@ __attribute__((noinline)) void Util_LogSensitiveString(const char* prefix, const
                                                        const char* function) {
   const int callersErrno = errno;
   const std::string_view original = OrEmpty(text);
-  char* copy = static_cast<char*>(std::malloc(original.size()));
-  errno = callersErrno;
-  if (copy == nullptr && !original.empty()) {
-    UTL_LOGPrint(UTL_LOG_ERR, kLogSource, __LINE__, "Util_LogSensitiveString", "Failed to malloc memory");
-    return;
-  }
-
-  std::size_t length = 0;
+  std::string_view masked;
   if (!original.empty()) {
+    char* const copy = static_cast<char*>(std::malloc(original.size()));
+    errno = callersErrno;
+    if (copy == nullptr) {
+      UTL_LOGPrint(UTL_LOG_ERR, kLogSource, __LINE__, "Util_LogSensitiveString", "Failed to malloc memory");
+      return;
+    }
     std::memcpy(copy, original.data(), original.size());
-    length = MaskEverything(copy, original.size());
+    // NOLINTNEXTLINE(clang-analyzer-unix.Malloc): callers are told that the copy stays allocated
+    masked = {copy, MaskEverything(copy, original.size())};
   }
   UTL_LOGPrint(UTL_LOG_INFO, file, line, function, "%s%.*s%s", OrEmpty(prefix),
-               static_cast<int>(std::min(length, kLongestLogged)), length == 0 ? "" : copy, OrEmpty(suffix));
+               static_cast<int>(std::min(masked.size(), kLongestLogged)), masked.empty() ? "" : masked.data(),
+               OrEmpty(suffix));
 }

@@ -223,7 +223,7 @@ void UTL_logFlushInMemoryLogsHelper() {
     state = {};
   }
 
-  std::uint32_t amount = static_cast<std::uint32_t>(state.bytesStored);
+  auto amount = static_cast<std::uint32_t>(state.bytesStored);
   if (state.wrapped == 1) {
     amount = ring::kCapacity;
     UTLTime_CalendarTime now = {};

@@ -323,6 +323,7 @@ TEST(LogRing, ThreadsStoreWholeLinesWhileAnotherProcessReads) {
     ASSERT_EQ(UTL_LOGSetEnableInMemoryLogging(true, test.id()), 0);
     std::atomic<int> busy{kThreads};
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (int t = 0; t < kThreads; ++t) {
       threads.emplace_back([t, &busy] {
         for (int i = 0; i < kLines; ++i) {
