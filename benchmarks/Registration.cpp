@@ -115,17 +115,17 @@ struct Registration::Items {
   std::list<CUpdateAlarmParam> alarmParams;
   std::list<CUpdateModule> modules;
 
-  void AddModule(const std::string& name);
+  void AddModule(const std::string& name, std::size_t itemCount);
 };
 
-void Registration::Items::AddModule(const std::string& name) {
+void Registration::Items::AddModule(const std::string& name, std::size_t itemCount) {
   CUpdateModule& module = modules.emplace_back();
   module.m_moduleName = name;
   module.m_displayName = "Camera";
   module.m_description = "Looks at the street in front of the house";
   const std::string about = "What the item is about, in a sentence";
   const std::list<std::string> none;
-  for (int i = 0; i < 10; ++i) {
+  for (std::size_t i = 0; i < itemCount / 5; ++i) {
     const std::string number = std::to_string(i);
     module.m_properties.push_back(&properties.emplace_back(
         "property" + number, "General", "Property " + number, about, "string", "some value",
@@ -136,7 +136,7 @@ void Registration::Items::AddModule(const std::string& name) {
         &metrics.emplace_back("metric" + number, "General", "Metric " + number, about, "temperature", "C"));
     module.m_events.push_back(&events.emplace_back("event" + number, "General", "Event " + number, about));
   }
-  for (int i = 0; i < 5; ++i) {
+  for (std::size_t i = 0; i < itemCount / 10; ++i) {
     const std::string number = std::to_string(i);
     CUpdateCommandParam& commandParam = commandParams.emplace_back("speed", "Speed", "How fast to move",
                                                                    "string", true, "", "", none, "slow", "");
@@ -150,13 +150,14 @@ void Registration::Items::AddModule(const std::string& name) {
   }
 }
 
-Registration::Registration(std::size_t modules) : m_items(new Items), m_params(new CUpdateParams) {
+Registration::Registration(std::size_t modules, std::size_t itemsPerModule)
+    : m_items(new Items), m_params(new CUpdateParams) {
   m_params->m_appGUID = "7a1c9f6e-52b0-4f0a-9d53-3f3a51f3c1de";
   m_params->m_appName = "surveillance";
   m_params->m_displayName = "Surveillance";
   m_params->m_type = AppType::ib;
   m_params->m_version = "1.4.12";
-  for (std::size_t i = 0; i < modules; ++i) m_items->AddModule("camera" + std::to_string(i));
+  for (std::size_t i = 0; i < modules; ++i) m_items->AddModule("camera" + std::to_string(i), itemsPerModule);
   for (CUpdateModule& module : m_items->modules) m_params->m_modules.push_back(&module);
   cJSON_Delete(m_params->GetNotifyPluginUpdate("v1", "")->m_request);
 }

@@ -11,11 +11,11 @@
 
 namespace bench {
 
-/// Modules of 50 items each: 10 properties, states, metrics and events, 5 commands and alarms with one
-/// parameter. Neither way changes it, but for the builder that the model keeps.
+/// Modules of so many items each: a fifth of them properties, states, metrics and events, a tenth commands
+/// and alarms with one parameter. Neither way changes it, but for the builder that the model keeps.
 class Registration {
  public:
-  explicit Registration(std::size_t modules);
+  Registration(std::size_t modules, std::size_t itemsPerModule);
 
   /// The request; the caller deletes it.
   cJSON* BuildByLibrary() const;
