@@ -126,7 +126,8 @@ class PLUGINSDK_API CPluginUtil {
   ///   An agent event whose "params" has "serverConnectivity" returns the printed "params".
   /// - else "others"
   /// Containment is on purpose: a version stands before the method, a signature may follow it. Nothing is
-  /// verified here; CCommandPluginJson and CAlarmUpdatePluginJson do that on the same text.
+  /// verified here; CCommandPluginJson and CAlarmUpdatePluginJson do that on the same text. Without memory the
+  /// text counts as not JSON, the printed member is null, or std::bad_alloc leaves.
   /// @param type receives the class; null is allowed.
   /// @return a text that the caller gives back with cJSON_free (free() unless hooks are installed), or null.
   static char* GetMessageType(const char* text, std::string* type);
@@ -145,7 +146,7 @@ class PLUGINSDK_API CPluginUtil {
   static std::string GenerateRandomString(int length);
 
   /// SHA-1 of `input` as 40 lower-case hexadecimal digits. False, with `*digest` untouched, for an empty
-  /// input or a null `digest`.
+  /// input, a null `digest` and when there is no memory.
   static bool GetSignDigest(std::string input, std::string* digest);
 
   /// Argon2id (version 19, 16 passes, 64 KiB, 8 lanes, 16-byte random salt, 16-byte hash) of

@@ -147,7 +147,10 @@ std::string SignedMethod(std::string_view method, std::string_view signature) {
 bool CPluginUtil::GetSignDigest(std::string input, std::string* digest) {
   if (digest == nullptr || input.empty()) return false;
   std::array<unsigned char, SHA_DIGEST_LENGTH> bytes;
-  SHA1(reinterpret_cast<const unsigned char*>(input.data()), input.size(), bytes.data());
+  // It needs memory of its own; what it leaves behind without is no digest.
+  if (SHA1(reinterpret_cast<const unsigned char*>(input.data()), input.size(), bytes.data()) == nullptr) {
+    return false;
+  }
   constexpr std::string_view kDigits = "0123456789abcdef";
   std::string text;
   text.reserve(2 * bytes.size());
@@ -206,8 +209,12 @@ cJSON* CBasePluginObject::GetSignedRequestJson(std::string method, cJSON* reques
   if (!text || !GetSignDigest(text.get(), &digest) || !GetSignature(digest, m_accessKey, &signature)) {
     return request;
   }
-  JsonPtr signedMethod(cJSON_CreateString(SignedMethod(method, signature).c_str()));
-  if (!signedMethod) throw std::bad_alloc();
-  if (cJSON_ReplaceItemInObject(request, "method", signedMethod.get()) != 0) signedMethod.release();
+  cJSON* const unsignedMethod = cJSON_GetObjectItem(request, "method");
+  if (unsignedMethod == nullptr) return request;
+  // Named in an object of its own: cJSON_ReplaceItemInObject goes on without a key when it has no memory for
+  // it.
+  const JsonPtr named = NewObject();
+  AddString(named.get(), "method", SignedMethod(method, signature));
+  cJSON_ReplaceItemViaPointer(request, unsignedMethod, cJSON_DetachItemViaPointer(named.get(), named->child));
   return request;
 }
