@@ -127,10 +127,13 @@ void CompareRow(const Row& row, const Options& options) {
   std::vector<const Subject*> subjects = {&row.ours};
   for (const Opponent& opponent : row.opponents) subjects.push_back(&opponent.subject);
   std::vector<std::size_t> times;
-  for (const Subject* subject : subjects) times.push_back(TimesFor(*subject, options.batchMs));
+  for (const Subject* subject : subjects) {
+    times.push_back(TimesFor(*subject, options.batchMs / static_cast<double>(row.finer)));
+  }
 
-  std::vector<std::vector<double>> results(subjects.size(), std::vector<double>(options.rounds));
-  for (std::size_t round = 0; round < options.rounds; ++round) {
+  const std::size_t rounds = options.rounds * row.finer;
+  std::vector<std::vector<double>> results(subjects.size(), std::vector<double>(rounds));
+  for (std::size_t round = 0; round < rounds; ++round) {
     for (std::size_t turn = 0; turn < subjects.size(); ++turn) {
       // Every second round runs backwards: whoever follows a costly neighbour also precedes it.
       const std::size_t i = round % 2 == 0 ? turn : subjects.size() - 1 - turn;

@@ -46,6 +46,8 @@ struct Row {
   std::string operation;
   Subject ours;
   std::vector<Opponent> opponents;
+  std::size_t finer = 1;  ///< so many times as many rounds of batches that much shorter: for what a disk or
+                          ///< the kernel makes drift within a batch
 };
 
 /// Defined by each family. What stands behind the subjects lives until the process ends.

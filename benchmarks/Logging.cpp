@@ -120,7 +120,7 @@ Row File(const std::string& root, const std::string& line) {
   const Subject bare = {"write + fsync", Repeat([fd, line] {
                           if (write(fd, line.data(), line.size()) < 0 || fsync(fd) != 0) std::perror("write");
                         })};
-  return {"line into the file", {"process log", Repeat(PrintOurs)}, {{bare, Aim{1.03, 1000}}}};
+  return {"line into the file", {"process log", Repeat(PrintOurs)}, {{bare, Aim{1.03, 1000}}}, 100};
 }
 
 }  // namespace

@@ -36,9 +36,11 @@ std::string Family() {
 
 std::vector<Row> Rows() {
   const Opponent empty = {Process("empty program, same libraries", START_UP_EMPTY), Aim{1.0, 1.5e6}};
-  return {
-      {"start to first message", Process("first message", START_UP_MESSAGE), {empty}},
-      {"start to first signed message", Process("signed message", START_UP_MESSAGE, "access key"), {empty}}};
+  return {{"start to first message", Process("first message", START_UP_MESSAGE), {empty}, 10},
+          {"start to first signed message",
+           Process("signed message", START_UP_MESSAGE, "access key"),
+           {empty},
+           10}};
 }
 
 }  // namespace bench
