@@ -1,5 +1,6 @@
 #include "Utl_Log.h"
 
+#include <fcntl.h>
 #include <pthread.h>
 #include <sys/time.h>
 #include <sys/uio.h>
@@ -16,6 +17,7 @@
 #include <type_traits>
 
 #include "Utl_LogLine_internal.h"
+#include "Utl_LogSignal_internal.h"
 #include "Utl_Log_internal.h"
 #include "Utl_Warn_internal.h"
 #include "Utl_file.h"
@@ -28,6 +30,7 @@ using pluginsdk::log::LineText;
 using pluginsdk::log::LongLine;
 using pluginsdk::log::Position;
 using pluginsdk::log::SharedHold;
+using pluginsdk::log::SignalBlock;
 using pluginsdk::log::ThreadText;
 
 std::atomic<bool> utl_logInit{false};
@@ -139,36 +142,6 @@ const ThreadText& ThreadOf(PerThread& self) {
   return thread;
 }
 
-// While it lives, a write to a pipe or socket that nobody reads raises no SIGPIPE in this thread. The
-// process's handling of the signal is not touched.
-class SigpipeBlock {
- public:
-  SigpipeBlock() {
-    sigemptyset(&m_sigpipe);
-    sigaddset(&m_sigpipe, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &m_sigpipe, &m_former);
-    // One that waits already is somebody else's and stays; none can wait where it was not blocked.
-    sigset_t pending;
-    m_wasPending = sigismember(&m_former, SIGPIPE) == 1 && sigpending(&pending) == 0 &&
-                   sigismember(&pending, SIGPIPE) == 1;
-  }
-  ~SigpipeBlock() { pthread_sigmask(SIG_SETMASK, &m_former, nullptr); }
-  SigpipeBlock(const SigpipeBlock&) = delete;
-  SigpipeBlock& operator=(const SigpipeBlock&) = delete;
-
-  // Takes back the signal of a write that failed with EPIPE, before unblocking would deliver it.
-  void Consume() const {
-    constexpr timespec kNoWait = {};
-    while (!m_wasPending && sigtimedwait(&m_sigpipe, nullptr, &kNoWait) == -1 && errno == EINTR) {
-    }
-  }
-
- private:
-  sigset_t m_sigpipe;
-  sigset_t m_former;
-  bool m_wasPending;
-};
-
 // Writes without raising SIGPIPE by the kernel's own flag for that, which spares the two calls that change
 // the signal mask; together they cost more than a short write. False where there is no such flag (before
 // Linux 6.18) or no such call, and then nothing was written.
@@ -198,7 +171,7 @@ void WriteToStdout(const LineText& line) {
   if (WriteWithNoSignalFlag(line)) {
     return;
   }
-  const SigpipeBlock block;
+  const SignalBlock block(SIGPIPE);
   if (UTLFile_Write(STDOUT_FILENO, line.data(), line.size()) == VPL_ERR_PIPE) {
     block.Consume();
   }
@@ -212,7 +185,7 @@ void WriteToProcessLog(const LineText& line) {
     UTL_log_storeInRing(line.data(), line.size());
     return;
   }
-  UTLFile_Write(utl_logProcessFd, line.data(), line.size());
+  pluginsdk::log::WriteToFile(utl_logProcessFd, line.data(), line.size());
   fsync(utl_logProcessFd);
 }
 
@@ -237,7 +210,7 @@ void WriteAside(PerThread& self, const Position& position, const char* format, v
 void WriteAside(PerThread& self, const Position& position, const char* format, va_list arguments) {
   const Inside keepsErrno;
   const LineText line(position, ReadClock(self), ThreadOf(self), LongLine::kCut, format, arguments);
-  const SigpipeBlock block;
+  const SignalBlock block(SIGPIPE);
   const bool toStdout = utl_writeToStdout.load(std::memory_order_relaxed);
   if (write(toStdout ? STDOUT_FILENO : STDERR_FILENO, line.data(), line.size()) == -1 && errno == EPIPE) {
     block.Consume();
@@ -387,10 +360,27 @@ void TellOnStderr(const char* before, const char* text, const char* after) {
   for (const char* part : {before, text, after}) {
     parts[count++] = {const_cast<char*>(part), std::strlen(part)};
   }
-  const SigpipeBlock block;
+  const SignalBlock block(SIGPIPE);
   if (writev(STDERR_FILENO, parts, static_cast<int>(count)) == -1 && errno == EPIPE) {
     block.Consume();
   }
+}
+
+void WriteToFile(int fd, const void* data, std::size_t length) {
+  const SignalBlock block(SIGXFSZ);
+  if (UTLFile_Write(fd, data, length) < 0) {
+    block.Consume();
+  }
+}
+
+int AboveStandard(int fd) {
+  if (!UTLFile_IsValidHandle(fd) || fd > STDERR_FILENO) {
+    return fd;
+  }
+  const int moved = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  const int error = errno;
+  UTL_Close(fd);
+  return moved == -1 ? VPLError_XlatErrno(error) : moved;
 }
 
 }  // namespace pluginsdk::log

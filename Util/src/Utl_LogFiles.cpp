@@ -109,7 +109,7 @@ void OpenNext(const UTLTime_CalendarTime& now) {
     UTLFile_Close(utl_logProcessFd);
     utl_logProcessFd = -1;
   }
-  const int fd = UTLFile_Open(utl_logProcessFilename, O_RDWR | O_CREAT | O_APPEND, 0666);
+  const int fd = UTL_log_openFile(utl_logProcessFilename, O_RDWR | O_CREAT | O_APPEND);
   utl_logDay = now.day;  // of a failed open too: it is not tried again at every line of the day
   if (!UTLFile_IsValidHandle(fd)) {
     TellOnStderr("\nERROR: Failed to open log file \"", utl_logProcessFilename, "\"\n");
@@ -266,4 +266,16 @@ int UTL_log_createPathEx(const char* path) {
     copy[i] = '/';
   }
   return VPL_OK;
+}
+
+int UTL_log_openFile(const char* path, int flags) {
+  const int fd = UTLFile_Open(path, flags, 0666);
+  const int moved = pluginsdk::log::AboveStandard(fd);
+  if (moved != fd && UTLFile_IsValidHandle(moved)) {
+    struct flock lock {};  // once more, over the whole file
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    static_cast<void>(fcntl(moved, F_SETLKW, &lock));
+  }
+  return moved;
 }

@@ -10,6 +10,7 @@
 
 #include "Utl_Log.h"
 #include "Utl_LogRingLayout_internal.h"
+#include "Utl_LogSignal_internal.h"
 #include "Utl_Log_internal.h"
 #include "Utl_file.h"
 
@@ -45,8 +46,8 @@ class NewSegment {
 
   // Mapping comes last, so a failure never has one to undo.
   bool Open() {
-    m_fd = UTLShm_Open(m_name, O_RDWR | O_CREAT, 0600);
-    return m_fd >= 0 && UTL_Fallocate(m_fd, 0, ring::kSegmentSize) == 0 &&
+    m_fd = pluginsdk::log::AboveStandard(UTLShm_Open(m_name, O_RDWR | O_CREAT, 0600));
+    return m_fd >= 0 && SetSize() &&
            UTL_Mmap(nullptr, ring::kSegmentSize, PROT_READ | PROT_WRITE, MAP_SHARED, m_fd, 0, &m_address) ==
                0;
   }
@@ -59,6 +60,15 @@ class NewSegment {
   }
 
  private:
+  bool SetSize() {
+    const pluginsdk::log::SignalBlock block(SIGXFSZ);
+    const bool isSet = UTL_Fallocate(m_fd, 0, ring::kSegmentSize) == 0;
+    if (!isSet) {
+      block.Consume();
+    }
+    return isSet;
+  }
+
   char m_name[ring::kNameSize];
   int m_fd = -1;
   void* m_address = nullptr;
@@ -149,7 +159,8 @@ void CopyOut(std::uint32_t position, std::uint32_t amount) {
     }
     const std::uint32_t piece = std::min(amount, ring::kSegmentSize - position);
     if (UTLFile_IsValidHandle(utl_logProcessFd)) {
-      UTLFile_Write(utl_logProcessFd, reinterpret_cast<const char*>(utl_shmHeader) + position, piece);
+      pluginsdk::log::WriteToFile(utl_logProcessFd, reinterpret_cast<const char*>(utl_shmHeader) + position,
+                                  piece);
     }
     amount -= piece;
     position += piece;

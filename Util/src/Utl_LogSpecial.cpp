@@ -94,7 +94,7 @@ void UTL_LOGStartSpecialLog(const char* name, unsigned int maxSize) {
   if (UTL_log_createPathEx(path) != VPL_OK) {
     TellOnStderr("\nERROR: Failed to create dir \"", name, "\"\n");
   }
-  const int fd = UTLFile_Open(path, O_RDWR | O_CREAT | O_TRUNC, 0666);
+  const int fd = UTL_log_openFile(path, O_RDWR | O_CREAT | O_TRUNC);
   if (UTLFile_IsValidHandle(fd)) {
     AddOpened(fd, path, maxSize, now);
     return;
@@ -127,7 +127,7 @@ void UTL_log_writeSpecialLogs(const char* text, std::size_t length) {
       entry->closed.store(true, std::memory_order_relaxed);
       continue;
     }
-    UTLFile_Write(entry->fd, text, length);
+    pluginsdk::log::WriteToFile(entry->fd, text, length);
     fsync(entry->fd);
   }
 }

@@ -112,6 +112,16 @@ class ExclusiveHold {
 /// for the log may be holding.
 void TellOnStderr(const char* before, const char* text, const char* after);
 
+/// Writes to a file of the facility. What exceeds a limit on the size of files (RLIMIT_FSIZE) is lost; the
+/// signal that would end the process is taken back.
+void WriteToFile(int fd, const void* data, std::size_t length);
+
+/// The descriptor itself, or a code, or, in the place of a standard one, a higher descriptor of the same
+/// file. Where the host has closed standard output, the next file opened takes its number, and lines that are
+/// meant for standard output would go into it: a second time into a log file, over the header of the ring.
+/// Closing the low one gives up the record locks of the file.
+int AboveStandard(int fd);
+
 }  // namespace pluginsdk::log
 
 // Operations between the rooms. Callers hold utl_logLock where a line does not say otherwise.
@@ -142,6 +152,9 @@ void UTL_log_redirect(const UTLTime_CalendarTime* now, bool holdsExclusive);
 /// Makes every directory named by a prefix of `path` that ends before a '/'. 0, -1 without memory, or the
 /// code of the first directory that could not be made; one that exists counts as made.
 int UTL_log_createPathEx(const char* path);
+
+/// UTLFile_Open for a file of the facility, with permission bits 0666: never a standard descriptor.
+int UTL_log_openFile(const char* path, int flags);
 
 // Special logs (Utl_LogSpecial.cpp).
 
