@@ -1,5 +1,5 @@
 /// @file
-/// A segment of the in-memory log for one test, seen as another process would see it.
+/// A segment of the in-memory log for one test, seen as another process sees it.
 #pragma once
 
 #include <fcntl.h>
@@ -16,36 +16,26 @@ namespace logtest {
 /// An identifier that no other test uses; its segment is removed in the end, whoever made it.
 class TestRing {
  public:
-  TestRing() {
-    static int made = 0;
-    m_id = ::getpid() * 100 + made++;
-  }
-  ~TestRing() { ::shm_unlink(name().c_str()); }
-  TestRing(const TestRing&) = delete;
-  TestRing& operator=(const TestRing&) = delete;
+  ~TestRing() { ::shm_unlink(name.c_str()); }
 
-  int id() const { return m_id; }
-  std::string name() const { return ringtool::SegmentName(m_id); }
-
-  bool Exists() const { return ringtool::RingSegment::OfName(name()).Bytes() != nullptr; }
   ringtool::Reading Read() const {
-    const auto segment = ringtool::RingSegment::OfName(name());
+    const auto segment = ringtool::RingSegment::OfName(name);
     return segment.Bytes() == nullptr ? ringtool::Reading() : ringtool::ReadRing(segment.Bytes());
   }
 
- private:
-  int m_id;
+  static inline int made = 0;
+  const int id = ::getpid() * 100 + made++;
+  const std::string name = ringtool::SegmentName(id);
+  const std::string path = "/dev/shm" + name;
 };
 
-/// The bytes of a segment with this state, magic and all.
+/// The bytes of a segment with a valid magic.
 inline std::string SegmentBytes(const pluginsdk::ring::State& state, const std::string& ringBytes) {
   std::string bytes(pluginsdk::ring::kSegmentSize, '\0');
   auto& header = *reinterpret_cast<pluginsdk::ring::Header*>(bytes.data());
-  header.word = 1;
   pluginsdk::ring::StoreState(header, state);
   pluginsdk::ring::StoreMagic(header, pluginsdk::ring::kMagic);
-  bytes.replace(pluginsdk::ring::kRingStart, ringBytes.size(), ringBytes);
-  return bytes;
+  return bytes.replace(pluginsdk::ring::kRingStart, ringBytes.size(), ringBytes);
 }
 
 }  // namespace logtest
