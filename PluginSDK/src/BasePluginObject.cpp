@@ -168,7 +168,8 @@ cJSON* CBasePluginObject::CreateBaseValueItemJson(const char* name, cJSON* value
   RequireArgument(name, "name is NULL");
   RequireArgument(value, "value is NULL");
   if (PrintsLongerThan(value, kMaxTableLength)) ThrowTooLong(name, "table length, i.e. 1024");
-  if (cJSON_IsArray(value)) CheckHeaders(value);
+  // Exactly an array: one that carries further flags, such as a reference, is taken as it is.
+  if (value->type == cJSON_Array) CheckHeaders(value);
 
   JsonPtr item = NewNamedItem(name);
   Attach(item.get(), "value", value);

@@ -86,7 +86,7 @@ class PLUGINSDK_API CPluginException : public virtual std::exception {
 /// accepted and requests of version "v1" pass unverified, so whoever can write to the agent's channel can
 /// make the plugin spend gigabytes of memory on one signature, or evade signing altogether. The defaults
 /// admit exactly what the system's own signatures cost. Pass the limits to the constructor of
-/// CCommandPluginJson or CAlarmUpdatePluginJson, or to CPluginUtil::VerifySignature.
+/// CCommandPluginJson or CAlarmUpdatePluginJson, or to CPluginUtil::VerifySignatureWithin.
 struct VerificationLimits {
   std::uint32_t maxMemoryKiB = 64;  ///< memory of one hash, closed range
   std::uint32_t maxPasses = 16;     ///< passes over that memory, closed range
@@ -126,8 +126,8 @@ class PLUGINSDK_API CPluginUtil {
   ///   An agent event whose "params" has "serverConnectivity" returns the printed "params".
   /// - else "others"
   /// Containment is on purpose: a version stands before the method, a signature may follow it. Nothing is
-  /// verified here; CCommandPluginJson and CAlarmUpdatePluginJson do that on the same text. Without memory the
-  /// text counts as not JSON, the printed member is null, or std::bad_alloc leaves.
+  /// verified here; CCommandPluginJson and CAlarmUpdatePluginJson do that on the same text. Without memory
+  /// the text counts as not JSON, the printed member is null, or std::bad_alloc leaves.
   /// @param type receives the class; null is allowed.
   /// @return a text that the caller gives back with cJSON_free (free() unless hooks are installed), or null.
   static char* GetMessageType(const char* text, std::string* type);
@@ -159,10 +159,11 @@ class PLUGINSDK_API CPluginUtil {
   /// parameters and salt are used. Never throws on bad input; false for anything malformed.
   static bool VerifySignature(std::string digest, std::string accessKey, std::string signature);
 
-  /// The same, but a signature that asks for more than `limits` allows, or that does not begin in the form
+  /// Like VerifySignature, but a signature that asks for more than `limits` allows, or that does not begin in
+  /// the form
   /// "$argon2id$v=19$m=<decimal>,t=<decimal>,p=<decimal>$", is refused before anything is computed.
-  static bool VerifySignature(std::string digest, std::string accessKey, std::string signature,
-                              const VerificationLimits& limits);
+  static bool VerifySignatureWithin(std::string digest, std::string accessKey, std::string signature,
+                                    const VerificationLimits& limits);
 };
 
 /// Base of every builder: who sends, in which API version, signed with which key. One thread at a time;

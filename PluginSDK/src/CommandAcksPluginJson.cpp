@@ -185,7 +185,7 @@ cJSON* CCommandAcksPluginJson::CreateCommandAcksItemJson(char const* name, cJSON
 
 cJSON* CCommandAcksPluginJson::GetJsonrpcRequest(cJSON* params, bool unformatted) {
   constexpr bool kLimited = false;
-  return BuildRequest(*this, {AgentPluginApi::notifyPluginCommandAck, kLimited, kSource}, params,
+  return BuildRequest(*this, {AgentPluginApi::notifyPluginCommandAck, kLimited, kSource, __LINE__}, params,
                       unformatted);
 }
 

@@ -31,7 +31,7 @@ bool IsSigned(const char* text, const std::string& method, const std::string& ac
   if (marker == std::string::npos) return false;
   std::string signature = method.substr(marker + kMarker.size());
   if (limits == nullptr) return CPluginUtil::VerifySignature(digest, accessKey, std::move(signature));
-  return CPluginUtil::VerifySignature(digest, accessKey, std::move(signature), *limits);
+  return CPluginUtil::VerifySignatureWithin(digest, accessKey, std::move(signature), *limits);
 }
 
 }  // namespace

@@ -63,7 +63,7 @@ cJSON* CLocalCommandPluginJson::CreateCommandParamsItemJson(char const* name, ch
 
 cJSON* CLocalCommandPluginJson::GetJsonrpcRequest(cJSON* params, bool unformatted) {
   constexpr bool kLimited = false;
-  return BuildRequest(*this, {AgentPluginApi::notifyPluginLocalCommand, kLimited, kSource}, params,
+  return BuildRequest(*this, {AgentPluginApi::notifyPluginLocalCommand, kLimited, kSource, __LINE__}, params,
                       unformatted);
 }
 

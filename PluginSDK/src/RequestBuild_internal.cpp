@@ -10,16 +10,17 @@ namespace {
 constexpr std::size_t kMaxRequestLength = 2048;  // bytes of the indented printing, signature included
 constexpr int kSizeError = 2;
 
-void LogMissingEnvelope(const char* source) {
-  if (source == nullptr) return;
+void LogMissingEnvelope(const RequestRules& rules) {
+  if (rules.logSource == nullptr) return;
   const char* position = cJSON_GetErrorPtr();  // null unless the last parse failed
-  UTL_LOGPrint(UTL_LOG_INFO, source, __LINE__, "GetJsonrpcRequest", "%s",
+  UTL_LOGPrint(UTL_LOG_INFO, rules.logSource, rules.logLine, "GetJsonrpcRequest", "%s",
                position == nullptr ? "(null)" : position);
 }
 
+// Without an envelope only the access key is still looked at.
 void AddMethod(CBasePluginObject& builder, const std::string& api, cJSON* request, bool unformatted) {
   const std::string method = CBasePluginObject::GetAgentPluginApi(builder.m_version, api);
-  AddString(request, "method", method);
+  if (request != nullptr) AddString(request, "method", method);
   if (builder.m_version == ApiVersion::v2) builder.GetSignedRequestJson(method, request, unformatted);
 }
 
@@ -33,14 +34,11 @@ void CheckSize(const cJSON* request) {
 
 cJSON* BuildRequest(CBasePluginObject& builder, const RequestRules& rules, cJSON* params, bool unformatted) {
   JsonPtr request(builder.CBasePluginObject::GetJsonrpcRequest(params));
-  if (!request) {
-    LogMissingEnvelope(rules.logSource);
-    return nullptr;
-  }
+  if (!request) LogMissingEnvelope(rules);
   const auto giveBackParams = [&] { cJSON_DetachItemViaPointer(request.get(), params); };
   try {
     AddMethod(builder, rules.api, request.get(), unformatted);
-    if (rules.limited) CheckSize(request.get());
+    if (rules.limited && request) CheckSize(request.get());
   } catch (const CPluginException& exception) {
     // A request that is too long goes with everything in it; after any other failure the caller, who
     // cannot reach the envelope, still has the params.

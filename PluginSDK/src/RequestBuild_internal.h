@@ -13,6 +13,7 @@ struct RequestRules {
   const std::string& api;           ///< method constant, without version
   bool limited = false;             ///< refuse a request whose indented printing exceeds 2048 bytes
   const char* logSource = nullptr;  ///< source named in the line about a missing envelope; null: no line
+  int logLine = 0;                  ///< line in that source
 };
 
 /// Wraps `params` into the envelope, adds the versioned "method", signs under "v2" and checks the size.

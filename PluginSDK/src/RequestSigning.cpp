@@ -191,8 +191,8 @@ bool CPluginUtil::VerifySignature(std::string digest, std::string accessKey, std
   return Hash(password, salt, hash) && CRYPTO_memcmp(hash.data(), expected.data(), kBlockSize) == 0;
 }
 
-bool CPluginUtil::VerifySignature(std::string digest, std::string accessKey, std::string signature,
-                                  const VerificationLimits& limits) {
+bool CPluginUtil::VerifySignatureWithin(std::string digest, std::string accessKey, std::string signature,
+                                        const VerificationLimits& limits) {
   const WipeAtEnd wipe(accessKey);
   return IsWithin(signature, limits) && VerifySignature(std::move(digest), accessKey, std::move(signature));
 }
