@@ -1,3 +1,5 @@
+// The digest is needed as it is, without the providers of newer interfaces.
+#define OPENSSL_API_COMPAT 10101
 #include <argon2.h>
 #include <openssl/crypto.h>
 #include <openssl/sha.h>
@@ -148,7 +150,9 @@ bool CPluginUtil::GetSignDigest(std::string input, std::string* digest) {
   if (digest == nullptr || input.empty()) return false;
   std::array<unsigned char, SHA_DIGEST_LENGTH> bytes;
   // It needs memory of its own; what it leaves behind without is no digest.
-  if (SHA1(reinterpret_cast<const unsigned char*>(input.data()), input.size(), bytes.data()) == nullptr) {
+  SHA_CTX state;
+  if (SHA1_Init(&state) == 0 || SHA1_Update(&state, input.data(), input.size()) == 0 ||
+      SHA1_Final(bytes.data(), &state) == 0) {
     return false;
   }
   constexpr std::string_view kDigits = "0123456789abcdef";

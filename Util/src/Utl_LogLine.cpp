@@ -33,6 +33,29 @@ constexpr std::array<Tag, 7> kTags = {{{" TRACE ", 7},
                                        {"##CRITICAL##", 12},
                                        {" ALWAYS", 7}}};
 
+template <typename Word>
+void CopyEnds(char* to, const char* from, std::size_t size) {
+  Word first;
+  Word last;
+  std::memcpy(&first, from, sizeof first);
+  std::memcpy(&last, from + size - sizeof last, sizeof last);
+  std::memcpy(to, &first, sizeof first);
+  std::memcpy(to + size - sizeof last, &last, sizeof last);
+}
+
+// At most 16 bytes, by two copies that may overlap: most pieces of a line are shorter than a call is long.
+inline void CopyShort(char* to, const char* from, std::size_t size) {
+  if (size >= 8) {
+    CopyEnds<std::uint64_t>(to, from, size);
+  } else if (size >= 4) {
+    CopyEnds<std::uint32_t>(to, from, size);
+  } else if (size >= 2) {
+    CopyEnds<std::uint16_t>(to, from, size);
+  } else if (size == 1) {
+    *to = *from;
+  }
+}
+
 // Text of a fixed capacity that keeps what fits and counts on, as snprintf does. The buffer has one byte
 // more.
 class BoundedText {
@@ -46,7 +69,11 @@ class BoundedText {
       AppendPart(text);
       return;
     }
-    std::memcpy(m_to, text.data(), text.size());
+    if (text.size() <= 16) {
+      CopyShort(m_to, text.data(), text.size());
+    } else {
+      std::memcpy(m_to, text.data(), text.size());
+    }
     m_to += text.size();
   }
 
@@ -219,6 +246,16 @@ unsigned long long UnsignedOf(Length length, ArgumentList& arguments) {
 // Prints the conversion at `at`, behind its '%', and leaves `at` behind it. False for one that is left to
 // vsnprintf, which is any with a flag, a width or a precision, and any but these.
 bool AppendConversion(BoundedText& text, const char*& at, ArgumentList& arguments) {
+  if (at[0] == '.' && at[1] == '*' && at[2] == 's') {
+    at += 3;
+    const int precision = va_arg(arguments.list, int);
+    const char* const string = va_arg(arguments.list, const char*);
+    if (string == nullptr || precision < 0) {
+      return false;
+    }
+    text.Append({string, strnlen(string, static_cast<std::size_t>(precision))});
+    return true;
+  }
   const Length length = ReadLength(at);
   const char conversion = *at++;
   switch (conversion) {

@@ -104,22 +104,6 @@ std::size_t MaskRowIn(char* buffer, std::size_t length, std::string_view key, st
   return kept;
 }
 
-// Bit i of an entry: the key of row i has this byte at this distance from its end.
-constexpr std::size_t kFilterLength = 3;
-using KeyEndings = std::array<std::array<std::uint32_t, 256>, kFilterLength>;
-
-constexpr KeyEndings MakeKeyEndings() {
-  KeyEndings endings = {};
-  for (std::size_t row = 0; row < kMaskRows.size(); ++row) {
-    const std::string_view key = kMaskRows[row].key;
-    for (std::size_t distance = 0; distance < kFilterLength; ++distance) {
-      endings[distance][static_cast<unsigned char>(key[key.size() - 1 - distance])] |= 1U << row;
-    }
-  }
-  return endings;
-}
-constexpr KeyEndings kKeyEndings = MakeKeyEndings();
-
 constexpr bool NoKeyHasAsterisk() {
   for (const MaskRow& row : kMaskRows) {
     if (row.key.find('*') != std::string_view::npos) {
@@ -130,20 +114,33 @@ constexpr bool NoKeyHasAsterisk() {
 }
 static_assert(NoKeyHasAsterisk(), "masking one row could make the key of another appear");
 
-// Bit i: the key of row i occurs. One pass for all rows; almost every text holds few of them or none, and
-// what does not occur now cannot appear by masking.
+// A part that several keys share: where it does not occur, none of them does.
+constexpr std::array<std::string_view, 5> kSharedParts = {"icket: ", "assword", "redential",
+                                                          "serPwd=", R"("key":)"};
+
+constexpr std::size_t SharedPartOf(std::string_view key) {
+  std::size_t part = 0;
+  while (key.find(kSharedParts[part]) == std::string_view::npos) {
+    ++part;
+  }
+  return part;
+}
+
+// Bit i: the key of row i occurs. What does not occur now cannot appear by masking.
 std::uint32_t RowsIn(std::string_view text) {
-  const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+  std::array<std::size_t, kSharedParts.size()> first = {};
+  for (std::size_t part = 0; part < first.size(); ++part) {
+    first[part] = Find(text, 0, kSharedParts[part]);
+  }
   std::uint32_t present = 0;
-  for (std::size_t i = kFilterLength; i <= text.size(); ++i) {
-    std::uint32_t candidates =
-        kKeyEndings[0][bytes[i - 1]] & kKeyEndings[1][bytes[i - 2]] & kKeyEndings[2][bytes[i - 3]] & ~present;
-    for (; candidates != 0; candidates &= candidates - 1) {
-      const auto row = static_cast<std::size_t>(__builtin_ctz(candidates));
-      const std::string_view key = kMaskRows[row].key;
-      if (key.size() <= i && text.compare(i - key.size(), key.size(), key) == 0) {
-        present |= 1U << row;
-      }
+  for (std::size_t row = 0; row < kMaskRows.size(); ++row) {
+    const std::size_t at = first[SharedPartOf(kMaskRows[row].key)];
+    if (at == std::string_view::npos) {
+      continue;
+    }
+    const std::size_t from = at - std::min(at, kMaskRows[row].key.size());
+    if (Find(text, from, kMaskRows[row].key) != std::string_view::npos) {
+      present |= 1U << row;
     }
   }
   return present;
