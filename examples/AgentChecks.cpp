@@ -28,8 +28,8 @@ bool IsSigned(const std::string& text, const std::string& method, const std::str
   std::string digest;
   // The limits refuse a signature that asks for gigabytes of memory before any of it is spent.
   return CPluginUtil::GetSignDigest(signedText, &digest) &&
-         CPluginUtil::VerifySignature(digest, accessKey, method.substr(marker + kMarker.size()),
-                                      VerificationLimits());
+         CPluginUtil::VerifySignatureWithin(digest, accessKey, method.substr(marker + kMarker.size()),
+                                            VerificationLimits());
 }
 
 /// -1 for a text that is no time in seconds.
