@@ -20,13 +20,19 @@
 #include <string>
 #include <vector>
 
+#include "Utl_Log.h"
+
 namespace logtest {
 
-/// A directory of its own, removed with everything in it.
+/// A directory of its own, removed with everything in it. In memory where there is such a place, because each
+/// line of a file waits for its disk.
 class TemporaryDirectory {
  public:
   TemporaryDirectory() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "pluginsdk-log-XXXXXX").string();
+    const std::filesystem::path memory = "/dev/shm";
+    const auto parent =
+        std::filesystem::is_directory(memory) ? memory : std::filesystem::temp_directory_path();
+    std::string pattern = (parent / "pluginsdk-log-XXXXXX").string();
     if (::mkdtemp(pattern.data()) == nullptr) {
       throw std::filesystem::filesystem_error("mkdtemp", std::error_code(errno, std::system_category()));
     }
@@ -82,23 +88,17 @@ inline ChildResult RunInChild(const std::function<void()>& body, int timeoutSeco
 
   ChildResult result;
   std::array<pollfd, 2> polled = {{{out[0], POLLIN, 0}, {err[0], POLLIN, 0}}};
-  const std::array<std::string*, 2> texts = {&result.out, &result.err};
+  std::array<char, 65536> bytes{};
   while (polled[0].fd >= 0 || polled[1].fd >= 0) {
     if (::poll(polled.data(), polled.size(), timeoutSeconds * 1000) == 0) {
       ::kill(child, SIGKILL);
       break;
     }
-    for (std::size_t i = 0; i < polled.size(); ++i) {
-      std::array<char, 65536> bytes{};
-      if (polled[i].fd < 0 || polled[i].revents == 0) {
-        continue;
-      }
-      const ssize_t count = ::read(polled[i].fd, bytes.data(), bytes.size());
-      if (count > 0) {
-        texts[i]->append(bytes.data(), static_cast<std::size_t>(count));
-      } else {
-        polled[i].fd = -1;  // poll skips it from now on
-      }
+    for (pollfd& end : polled) {
+      if (end.fd < 0 || end.revents == 0) continue;
+      const ssize_t count = ::read(end.fd, bytes.data(), bytes.size());
+      (&end == &polled[0] ? result.out : result.err).append(bytes.data(), count > 0 ? std::size_t(count) : 0);
+      if (count <= 0) end.fd = -1;  // poll skips it from now on
     }
   }
   ::close(out[0]);
@@ -121,14 +121,24 @@ inline std::string ReadFile(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-/// Paths of all entries of a directory in ascending order; empty when there is none.
-inline std::vector<std::string> FilesIn(const std::string& directory) {
-  std::vector<std::string> paths;
+/// Names of all entries of a directory in ascending order; empty when there is no directory.
+inline std::vector<std::string> NamesIn(const std::string& directory) {
+  std::vector<std::string> names;
   std::error_code missing;
   for (const auto& entry : std::filesystem::directory_iterator(directory, missing)) {
-    paths.push_back(entry.path().string());
+    names.push_back(entry.path().filename());
   }
-  std::sort(paths.begin(), paths.end());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+/// Paths of the regular files among them.
+inline std::vector<std::string> FilesIn(const std::string& directory) {
+  std::vector<std::string> paths;
+  for (const std::string& name : NamesIn(directory)) {
+    const std::string path = directory + "/" + name;
+    if (std::filesystem::is_regular_file(path)) paths.push_back(path);
+  }
   return paths;
 }
 
@@ -182,5 +192,29 @@ inline std::vector<std::string> Messages(const std::string& text) {
   }
   return messages;
 }
+
+/// Runs each scenario as the process "app" with a log root of its own.
+class AppTest : public ::testing::Test {
+ protected:
+  ChildResult Run(const std::function<void()>& body) const {
+    const ChildResult result = RunInChild([&] {
+      UTL_LOGInit("/usr/bin/app", m_root.c_str());
+      body();
+    });
+    ExpectCleanExit(result);
+    return result;
+  }
+  /// Of an entry in the directory of the process log.
+  std::string Path(const std::string& name) const { return m_series + "/" + name; }
+  /// All files of the process log, one after the other.
+  std::string ProcessLog() const {
+    std::string text;
+    for (const std::string& path : FilesIn(m_series)) text += ReadFile(path);
+    return text;
+  }
+
+  const TemporaryDirectory m_root;
+  const std::string m_series = m_root.seriesOf("app");
+};
 
 }  // namespace logtest
