@@ -15,7 +15,6 @@
 namespace {
 
 namespace ring = pluginsdk::ring;
-using ringtool::HeaderVerdict;
 using Texts = std::vector<std::string>;
 
 #define LOG(...) UTL_LOGPrint(UTL_LOG_INFO, "Ring_test", __LINE__, "F", __VA_ARGS__)
@@ -46,23 +45,23 @@ class LogRing : public ::testing::Test {
   // Runs in a process that has not logged yet. Returns what it printed.
   Texts InApp(const std::function<void()>& body) {
     const auto result = logtest::RunInChild([&] {
-      UTL_LOGInit("app", root.c_str());
+      UTL_LOGInit("app", m_root.c_str());
       body();
     });
     logtest::ExpectCleanExit(result);
     return logtest::Messages(result.out);
   }
-  void TurnOn() { ASSERT_EQ(UTL_LOGSetEnableInMemoryLogging(true, test.id), 0); }
+  void TurnOn() { ASSERT_EQ(UTL_LOGSetEnableInMemoryLogging(true, m_test.id), 0); }
   std::string Files() {
     std::string text;
-    for (const std::string& path : logtest::FilesIn(root.seriesOf("app"))) {
+    for (const std::string& path : logtest::FilesIn(m_root.seriesOf("app"))) {
       text += logtest::ReadFile(path);
     }
     return text;
   }
 
-  logtest::TemporaryDirectory root;
-  logtest::TestRing test;
+  logtest::TemporaryDirectory m_root;
+  logtest::TestRing m_test;
 };
 
 TEST_F(LogRing, LinesStandInTheSegmentAsLaidOut) {
@@ -90,21 +89,21 @@ TEST_F(LogRing, LinesStandInTheSegmentAsLaidOut) {
         Store(line);
         stored += length <= ring::kCapacity ? line : "";
       }
-      const auto reading = test.Read();
+      const auto reading = m_test.Read();
       EXPECT_EQ(Fields(reading.state), row.fields);
       EXPECT_TRUE(reading.contents ==
                   stored.substr(stored.size() - std::min<std::size_t>(stored.size(), 524124)));
       EXPECT_EQ(UTL_LOGSetEnableInMemoryLogging(false, 0), 0);  // whatever the identifier
-      EXPECT_FALSE(std::filesystem::exists(test.path));
+      EXPECT_FALSE(std::filesystem::exists(m_test.path));
     }
     TurnOn();
     Store("ab\n");
-    EXPECT_EQ(logtest::ReadFile(test.path).substr(0, 36) + logtest::ReadFile(test.path).substr(164, 4),
+    EXPECT_EQ(logtest::ReadFile(m_test.path).substr(0, 36) + logtest::ReadFile(m_test.path).substr(164, 4),
               std::string("\1\0\0\0\x0a\x0a\x9a\xfd\xd0\xa4\x76\xec\xaa\xb3\x6a\x2d\x9a\xba\x67\x26"
                           "\xa4\0\0\0\xa7\0\0\0\0\0\0\0\3\0\0\0ab\n\0",
                           40));
     struct stat status = {};
-    EXPECT_EQ(::stat(test.path.c_str(), &status), 0);
+    EXPECT_EQ(::stat(m_test.path.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777U, 0600U);
   });
 }
@@ -125,9 +124,9 @@ TEST_F(LogRing, AFlushTellsTheDroppedBytesAndMaySwitchFilesBetweenItsPieces) {
     const std::string files = Files();
     UTL_LOGFlushInMemoryLogs();  // nothing stored, nothing written
     EXPECT_TRUE(Files() == files);
-    EXPECT_EQ(Fields(test.Read().state), "164 164 0 0");
+    EXPECT_EQ(Fields(m_test.Read().state), "164 164 0 0");
   });
-  const auto files = logtest::FilesIn(root.seriesOf("app"));
+  const auto files = logtest::FilesIn(m_root.seriesOf("app"));
   ASSERT_EQ(files.size(), 2U);
   const std::string first = logtest::ReadFile(files[0]);
   const std::size_t dropped = first.find("| 75876 bytes of logging were dropped here\n");
@@ -144,7 +143,7 @@ TEST_F(LogRing, TheCountOutlivesItsHeaderField) {
     for (int i = 0; i < 4100; ++i) {
       Store(line);
     }
-    EXPECT_EQ(Fields(test.Read().state), "524288 524288 1 2147483647");
+    EXPECT_EQ(Fields(m_test.Read().state), "524288 524288 1 2147483647");
     UTL_LOGFlushInMemoryLogs();
   });
   EXPECT_EQ(printed.at(0), " ALWAYS|2148384276 bytes of logging were dropped here");  // 4099 * 524124
@@ -177,21 +176,21 @@ TEST_F(LogRing, OnlyAHeaderThatCanBeTrueIsAdoptedAndUsed) {
     SCOPED_TRACE(row.name);
     std::string bytes = logtest::SegmentBytes(row.state, "old\n");
     bytes[4] = row.magic;
-    std::ofstream(test.path, std::ios::binary) << bytes;
+    std::ofstream(m_test.path, std::ios::binary) << bytes;
     const auto printed = InApp([&] {
       UTL_LOGSetLevel(UTL_LOG_ALWAYS, 0);
       TurnOn();
-      EXPECT_EQ(Fields(test.Read().state), row.outcome == kKept ? Fields(row.state) : "164 164 0 0");
-      EXPECT_EQ(test.Read().contents.find("old\n") != std::string::npos, row.outcome == kKept);
+      EXPECT_EQ(Fields(m_test.Read().state), row.outcome == kKept ? Fields(row.state) : "164 164 0 0");
+      EXPECT_EQ(m_test.Read().contents.find("old\n") != std::string::npos, row.outcome == kKept);
       if (row.outcome == kEmptiedWithWarning) {  // the same, written by somebody while we run
         ring::StoreState(*utl_shmHeader, row.state);
         Store("line\n");
-        EXPECT_EQ(test.Read().contents, "line\n");
+        EXPECT_EQ(m_test.Read().contents, "line\n");
       }
     });
     EXPECT_EQ(printed, row.outcome != kEmptiedWithWarning
                            ? Texts()
-                           : Texts{"!!WRN!!|The header of the in-memory log \"" + test.name +
+                           : Texts{"!!WRN!!|The header of the in-memory log \"" + m_test.name +
                                    "\" contradicts itself; its contents are dropped"});
   }
 }
@@ -205,17 +204,17 @@ TEST_F(LogRing, LinesGoToTheRingWhileAFileIsOpenAndOffWritesThemOut) {
     const rlimit none = {RLIM_INFINITY, RLIM_INFINITY};
     const rlimit tooLow = {200000, RLIM_INFINITY};
     ::setrlimit(RLIMIT_FSIZE, &tooLow);
-    EXPECT_EQ(UTL_LOGSetEnableInMemoryLogging(true, test.id), -3);
-    EXPECT_FALSE(std::filesystem::exists(test.path));
+    EXPECT_EQ(UTL_LOGSetEnableInMemoryLogging(true, m_test.id), -3);
+    EXPECT_FALSE(std::filesystem::exists(m_test.path));
     ::setrlimit(RLIMIT_FSIZE, &none);
     LOG("to the file");
     TurnOn();
     LOG("to the ring");
-    EXPECT_EQ(UTL_LOGSetEnableInMemoryLogging(true, test.id + 1), 0);  // is on already
-    EXPECT_EQ(logtest::Messages(test.Read().contents), Texts{" INFO  |to the ring"});
+    EXPECT_EQ(UTL_LOGSetEnableInMemoryLogging(true, m_test.id + 1), 0);  // is on already
+    EXPECT_EQ(logtest::Messages(m_test.Read().contents), Texts{" INFO  |to the ring"});
     if (::fork() == 0) {  // a child writes into the file; its parent's ring is none of its business
       LOG("from the child");
-      UTL_LOGSetEnableInMemoryLogging(false, test.id);
+      UTL_LOGSetEnableInMemoryLogging(false, m_test.id);
       ::_exit(0);
     }
     ::wait(nullptr);
