@@ -37,7 +37,7 @@ TEST(RingTool, ShowsASavedSegmentAndChangesNothing) {
   std::string noMagic = SegmentBytes({164, 168, 0, 4}, "abc\n");
   noMagic.replace(4, 16, 16, '\0');
   const std::string wrapped =
-      "consistent, 600000 bytes stored since the last flush, the oldest 75876 overwritten\n";
+      "consistent, 525125 bytes stored since the last flush, the oldest 1001 overwritten\n";
   const struct {
     std::string bytes;
     std::string options;
@@ -46,8 +46,8 @@ TEST(RingTool, ShowsASavedSegmentAndChangesNothing) {
   } rows[] = {
       {SegmentBytes({164, 168, 0, 4}, "abc\nstale"), "", 0,
        "consistent, 4 bytes stored since the last flush\nabc\n"},
-      {SegmentBytes({1165, 1165, 1, 600000}, newest + "ut\nx\n"), "", 0, wrapped + "[cut] ut\nx\n"},
-      {SegmentBytes({1165, 1165, 1, 600000}, newest + whole), "", 0, wrapped + whole},
+      {SegmentBytes({1165, 1165, 1, 525125}, newest + "ut\nx\n"), "", 0, wrapped + "[cut] ut\nx\n"},
+      {SegmentBytes({1165, 1165, 1, 525125}, newest + whole), "", 0, wrapped + whole},
       {noMagic, "", 1, "not consistent: a line was being stored or the ring flushed\n"},
       {noMagic, "--salvage ", 1, "not consistent: a line was being stored or the ring flushed\n[cut] abc\n"},
       {SegmentBytes({164, 999999, 0, 4}, "abc\n"), "", 1,
@@ -77,6 +77,7 @@ TEST(RingTool, ShowsASavedSegmentAndChangesNothing) {
 
 TEST(RingTool, ListsAndFollowsALiveRingToItsEnd) {
   const logtest::TestRing test;
+  UTL_LOGInit("tool", nullptr);
   ASSERT_EQ(UTL_LOGSetEnableInMemoryLogging(true, test.id), 0);
   UTL_log_storeInRing("first\n", 6);
   EXPECT_NE(RunTool("--list").first.find(test.name), std::string::npos);
