@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -107,9 +108,11 @@ Zone ReadZone() {
 }
 
 void ConvertSecond(PerThread& self, std::time_t second) {
+  const int callersErrno = errno;
   const Zone before = ReadZone();
   std::tm local{};
   localtime_r(&second, &local);
+  errno = callersErrno;
   self.calendar = {
       local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, 0, 0};
   self.second = second;
@@ -142,6 +145,8 @@ const ThreadText& ThreadOf(PerThread& self) {
   return thread;
 }
 
+std::atomic<int> stdoutLinesLeft{0};  // until standard output is looked at again
+
 // Writes without raising SIGPIPE by the kernel's own flag for that, which spares the two calls that change
 // the signal mask; together they cost more than a short write. False where there is no such flag (before
 // Linux 6.18) or no such call, and then nothing was written.
@@ -165,15 +170,25 @@ bool WriteWithNoSignalFlag(const LineText& line) {
   return true;
 }
 
-// Descriptor 1 may be another file at each line, since a host may redirect it at any time, so nothing about
-// it is remembered.
-void WriteToStdout(const LineText& line) {
-  if (WriteWithNoSignalFlag(line)) {
-    return;
+// Whether a limit on file sizes can apply to standard output, for whose signal the kernel has no such flag.
+// A host may redirect the descriptor at any time; asking at each line would cost half as much as the line,
+// and sixteen short ones stay below any sensible limit.
+bool StdoutIsFile() {
+  constexpr int kLinesBetween = 16;
+  static std::atomic<bool> isFile{true};  // relaxed, both: at worst some thread asks once more or later
+  int left = stdoutLinesLeft.load(std::memory_order_relaxed);
+  if (left == 0) {
+    struct stat status {};
+    isFile.store(fstat(STDOUT_FILENO, &status) == 0 && S_ISREG(status.st_mode), std::memory_order_relaxed);
+    left = kLinesBetween;
   }
-  const SignalBlock block(SIGPIPE);
-  if (UTLFile_Write(STDOUT_FILENO, line.data(), line.size()) == VPL_ERR_PIPE) {
-    block.Consume();
+  stdoutLinesLeft.store(left - 1, std::memory_order_relaxed);
+  return isFile.load(std::memory_order_relaxed);
+}
+
+void WriteToStdout(const LineText& line) {
+  if (StdoutIsFile() || !WriteWithNoSignalFlag(line)) {
+    pluginsdk::log::WriteToFile(STDOUT_FILENO, line.data(), line.size());
   }
 }
 
@@ -198,7 +213,11 @@ void WriteLine(PerThread& self, const Position& position, const UTLTime_Calendar
     WriteToStdout(line);
   }
   if (utl_writeToFile.load(std::memory_order_relaxed)) {
-    UTL_log_writeSpecialLogs(line.data(), line.size());
+    // The placeholder can only be the first of the list; most programs have nothing behind it.
+    const UTL_SpecialLogFile* const newest = utl_specialLogFileList.last;
+    if (newest != nullptr && newest->fd >= 0) {
+      UTL_log_writeSpecialLogs(line.data(), line.size());
+    }
     WriteToProcessLog(line);
   }
 }
@@ -210,9 +229,9 @@ void WriteAside(PerThread& self, const Position& position, const char* format, v
 void WriteAside(PerThread& self, const Position& position, const char* format, va_list arguments) {
   const Inside keepsErrno;
   const LineText line(position, ReadClock(self), ThreadOf(self), LongLine::kCut, format, arguments);
-  const SignalBlock block(SIGPIPE);
+  const SignalBlock block;
   const bool toStdout = utl_writeToStdout.load(std::memory_order_relaxed);
-  if (write(toStdout ? STDOUT_FILENO : STDERR_FILENO, line.data(), line.size()) == -1 && errno == EPIPE) {
+  if (write(toStdout ? STDOUT_FILENO : STDERR_FILENO, line.data(), line.size()) == -1) {
     block.Consume();
   }
 }
@@ -233,6 +252,7 @@ void Print(const Position& position, const char* format, va_list arguments) {
   const UTLTime_CalendarTime now = ReadClock(self);
   if (!utl_enableInMemoryLogging) {
     UTL_log_redirect(&now, false);
+    errno = hold.callersErrno();  // which the message may print
   }
   WriteLine(self, position, now, format, arguments);
 }
@@ -263,6 +283,7 @@ void AfterForkInParent() {
 
 void AfterForkInChild() {
   ThisThread().thread.length = 0;
+  stdoutLinesLeft.store(0, std::memory_order_relaxed);
   if (ThisThread().depth != 0) {
     return;
   }
@@ -270,8 +291,8 @@ void AfterForkInChild() {
     UTLMutex_Unlock(&utl_shmMutex);
     // Threads that were printing are not here to give back their holds, so the lock begins anew.
     UTLSlimRWLock_Init(&utl_logLock);
-    UTL_log_dropRingAfterFork();
   }
+  UTL_log_dropRingAfterFork();
   exclusiveWanted.store(0, std::memory_order_relaxed);
   turnstile.unlock();
 }
@@ -343,6 +364,7 @@ void UnlockShared() noexcept {
 }
 
 void LockExclusive() noexcept {
+  RegisterForkHandlers();  // of a ring that is turned on before initialisation, too
   exclusiveWanted.fetch_add(1, std::memory_order_relaxed);
   turnstile.lock();
   UTLSlimRWLock_LockWrite(&utl_logLock);
@@ -360,14 +382,14 @@ void TellOnStderr(const char* before, const char* text, const char* after) {
   for (const char* part : {before, text, after}) {
     parts[count++] = {const_cast<char*>(part), std::strlen(part)};
   }
-  const SignalBlock block(SIGPIPE);
-  if (writev(STDERR_FILENO, parts, static_cast<int>(count)) == -1 && errno == EPIPE) {
+  const SignalBlock block;
+  if (writev(STDERR_FILENO, parts, static_cast<int>(count)) == -1) {
     block.Consume();
   }
 }
 
 void WriteToFile(int fd, const void* data, std::size_t length) {
-  const SignalBlock block(SIGXFSZ);
+  const SignalBlock block;
   if (UTLFile_Write(fd, data, length) < 0) {
     block.Consume();
   }

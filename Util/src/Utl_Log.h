@@ -149,4 +149,4 @@ PLUGINSDK_API unsigned long maskText(char* buffer, unsigned long length, const c
 /// First occurrence of the whole `needle` within the first `length` bytes of `haystack`, null when there is
 /// none; `haystack` itself for an empty needle. Bytes are compared as they are; `haystack` need not be
 /// terminated and is not read beyond `length`. Null arguments count as empty texts.
-PLUGINSDK_API const char* UTLString_strnstr(const char* haystack, const char* needle, unsigned long length);
+PLUGINSDK_API char* UTLString_strnstr(const char* haystack, const char* needle, unsigned long length);

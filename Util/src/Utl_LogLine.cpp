@@ -139,10 +139,20 @@ struct ArgumentList {
   va_list list;
 };
 
+// "00" to "99", one behind the other: a pair of digits is one copy of two bytes.
+constexpr std::array<char, 200> MakePairs() {
+  std::array<char, 200> pairs = {};
+  for (std::size_t i = 0; i < pairs.size(); i += 2) {
+    pairs[i] = static_cast<char>('0' + i / 20);
+    pairs[i + 1] = static_cast<char>('0' + i / 2 % 10);
+  }
+  return pairs;
+}
+constexpr std::array<char, 200> kPairs = MakePairs();
+
 // `number` is below 100.
 char* PutPair(char* to, unsigned number) {
-  to[0] = static_cast<char>('0' + number / 10);
-  to[1] = static_cast<char>('0' + number % 10);
+  std::memcpy(to, &kPairs[std::size_t{2} * number], 2);
   return to + 2;
 }
 
@@ -178,8 +188,24 @@ char* PutPrefix(char* to, UTL_LOGLevel level, const UTLTime_CalendarTime& now, c
   return to;
 }
 
+// Which of the eight bytes of `word` equal `wanted`: the top bit of each that does.
+constexpr std::uint64_t BytesEqual(std::uint64_t word, unsigned char wanted) {
+  constexpr std::uint64_t kOnes = 0x0101010101010101;
+  constexpr std::uint64_t kLowBits = 0x7f7f7f7f7f7f7f7f;
+  const std::uint64_t different = word ^ (kOnes * wanted);
+  return ~(((different & kLowBits) + kLowBits) | different | kLowBits);
+}
+
+// Looks at eight bytes at a time, from the end: names are short, and either separator counts.
 std::string_view FilePart(std::string_view path) {
   std::size_t begin = path.size();
+  for (std::uint64_t word = 0; begin >= sizeof word; begin -= sizeof word) {
+    std::memcpy(&word, path.data() + begin - sizeof word, sizeof word);
+    const std::uint64_t separators = BytesEqual(word, '/') | BytesEqual(word, '\\');
+    if (separators != 0) {  // the last byte of the text is the highest of the word
+      return path.substr(begin - static_cast<std::size_t>(__builtin_clzll(separators)) / 8);
+    }
+  }
   while (begin > 0 && path[begin - 1] != '/' && path[begin - 1] != '\\') {
     --begin;
   }

@@ -178,13 +178,14 @@ unsigned long maskText(char* buffer, unsigned long length, const char* key, cons
   return MaskRowIn(buffer, length, keyBytes, terminatorBytes);
 }
 
-const char* UTLString_strnstr(const char* haystack, const char* needle, unsigned long length) {
+char* UTLString_strnstr(const char* haystack, const char* needle, unsigned long length) {
+  char* const text = const_cast<char*>(haystack);  // like strstr: the caller knows whether it may write
   const std::string_view wanted = OrEmpty(needle);
-  if (haystack == nullptr || wanted.empty()) {
-    return haystack;
+  if (text == nullptr || wanted.empty()) {
+    return text;
   }
-  const std::size_t found = Find({haystack, length}, 0, wanted);
-  return found == std::string_view::npos ? nullptr : haystack + found;
+  const std::size_t found = Find({text, length}, 0, wanted);
+  return found == std::string_view::npos ? nullptr : text + found;
 }
 
 // Never inlined: leak checkers know the copy that stays behind by this function's name.

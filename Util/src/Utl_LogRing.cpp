@@ -61,7 +61,7 @@ class NewSegment {
 
  private:
   bool SetSize() {
-    const pluginsdk::log::SignalBlock block(SIGXFSZ);
+    const pluginsdk::log::SignalBlock block;
     const bool isSet = UTL_Fallocate(m_fd, 0, ring::kSegmentSize) == 0;
     if (!isSet) {
       block.Consume();
@@ -215,12 +215,6 @@ void TurnOff() {
 }  // namespace
 
 int UTL_LOGSetEnableInMemoryLogging(bool enable, int id) {
-  if (!utl_logInit.load(std::memory_order_acquire)) {
-    if (!enable) {
-      return 0;
-    }
-    UTL_checkInit();
-  }
   const pluginsdk::log::ExclusiveHold hold;
   if (utl_enableInMemoryLogging == enable) {
     return 0;
@@ -233,9 +227,6 @@ int UTL_LOGSetEnableInMemoryLogging(bool enable, int id) {
 }
 
 void UTL_LOGFlushInMemoryLogs() {
-  if (!utl_logInit.load(std::memory_order_acquire)) {
-    return;  // there is no lock yet, and nothing stored
-  }
   const pluginsdk::log::ExclusiveHold hold;
   if (utl_enableInMemoryLogging) {
     UTL_logFlushInMemoryLogsHelper();

@@ -51,8 +51,14 @@ struct State {
   std::int32_t bytesStored = 0;  ///< stays at INT32_MAX once that many are stored
 };
 
-/// Whether storing lines can have led to this state. The position of a wrapped ring is not compared with the
-/// count: the count stops at its largest value, and what is kept does not depend on it.
+/// Whether the write position is where that many bytes end. The count stops at its largest value, and then it
+/// tells no more; a line that ends exactly at the end leaves the position there, not at the start.
+constexpr bool PositionFitsCount(const State& state) {
+  return state.bytesStored == INT32_MAX || (state.writePosition - kRingStart) % kCapacity ==
+                                               static_cast<std::uint32_t>(state.bytesStored) % kCapacity;
+}
+
+/// Whether storing lines can have led to this state.
 constexpr bool CanBeTrue(const State& state) {
   if (state.wrapped == 0) {
     return state.readPosition == kRingStart && state.bytesStored >= 0 &&
@@ -61,7 +67,7 @@ constexpr bool CanBeTrue(const State& state) {
   }
   return state.wrapped == 1 && state.readPosition == state.writePosition &&
          state.writePosition >= kRingStart && state.writePosition <= kSegmentSize &&
-         state.bytesStored > static_cast<std::int32_t>(kCapacity);
+         state.bytesStored > static_cast<std::int32_t>(kCapacity) && PositionFitsCount(state);
 }
 
 // The words of a mapped header are shared with other processes, which may write them at any moment. Each is

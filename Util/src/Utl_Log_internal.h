@@ -72,6 +72,8 @@ class Inside {
   Inside(const Inside&) = delete;
   Inside& operator=(const Inside&) = delete;
 
+  int callersErrno() const { return m_errno; }
+
  private:
   int& m_depth;
   const int m_errno;
@@ -92,6 +94,8 @@ class SharedHold {
   ~SharedHold() { UnlockShared(); }
   SharedHold(const SharedHold&) = delete;
   SharedHold& operator=(const SharedHold&) = delete;
+
+  int callersErrno() const { return m_inside.callersErrno(); }
 
  private:
   Inside m_inside;
