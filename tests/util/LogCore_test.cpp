@@ -1,6 +1,5 @@
 // Lines, levels and switches, first use, faults of standard output, threads and fork.
 
-#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
 
@@ -211,31 +210,9 @@ TEST(LogCore, EarlyAndLateUse) {
   EXPECT_EQ(messages.back(), " INFO  |late");
 }
 
-class LogFaults : public logtest::AppTest {};
+class LogPipe : public logtest::AppTest {};
 
-// A full disk, by way of a limit whose error has no code: the warning about it must not come back.
-TEST_F(LogFaults, ErrorWithoutCodeInsideALine) {
-  const auto result = Run([] {
-    signal(SIGXFSZ, SIG_IGN);
-    Print("before");
-    const rlimit small = {1, RLIM_INFINITY};
-    setrlimit(RLIMIT_FSIZE, &small);
-    Print("lost");
-    UTL_LOGSetWriteToStdout(false);
-    Print("lost too");
-    const rlimit large = {RLIM_INFINITY, RLIM_INFINITY};
-    setrlimit(RLIMIT_FSIZE, &large);
-    Print("after");
-  });
-  const std::string warning = "!!WRN!!|Converting unknown error code 27 to VPL_ERR_FAIL.";
-  const Texts out = Messages(result.out);
-  EXPECT_EQ(Texts(out.end() - 2, out.end()), (Texts{" INFO  |lost", warning}));
-  EXPECT_EQ(Messages(result.err), Texts{warning});
-  const Texts file = Messages(ProcessLog());
-  EXPECT_EQ(Texts(file.end() - 2, file.end()), (Texts{" INFO  |before", " INFO  |after"}));
-}
-
-TEST_F(LogFaults, ReaderOfStandardOutputIsGone) {
+TEST_F(LogPipe, ReaderOfStandardOutputIsGone) {
   for (const auto& [noFlag, isPending] : {std::pair(false, 0), {false, 1}, {true, 0}, {true, 1}}) {
     SCOPED_TRACE(noFlag);
     SCOPED_TRACE(isPending);
