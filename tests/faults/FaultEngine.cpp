@@ -44,17 +44,24 @@ dirent* WithoutType(dirent* entry) {
 
 }  // namespace
 
-// The functions below stand in for those of the C library and of the sanitizer, where there is one.
+// The functions below stand in for those of the C library and of the sanitizer, where there is one. Only the
+// linker sees their names, because the compiler knows other declarations of them.
+// NOLINTBEGIN(bugprone-macro-parentheses): parameters and arguments come in their parentheses.
+#define PLUGINSDK_INSTEAD(Result, name, Parameters)                                                 \
+  extern "C" __attribute__((visibility("default"))) Result Faulty_##name Parameters __asm__(#name); \
+  Result Faulty_##name Parameters
+
 #ifdef PLUGINSDK_SANITIZED
 #define PLUGINSDK_REAL(name) __interceptor_##name
 #else
 #define PLUGINSDK_REAL(name) __libc_##name
 #endif
-#define PLUGINSDK_ALLOCATE(name, parameters, arguments)                                  \
-  extern "C" void* PLUGINSDK_REAL(name) parameters;                                      \
-  extern "C" __attribute__((visibility("default"))) void* name parameters {              \
+#define PLUGINSDK_ALLOCATE(name, Parameters, arguments)                                  \
+  extern "C" void* PLUGINSDK_REAL(name) Parameters;                                      \
+  PLUGINSDK_INSTEAD(void*, name, Parameters) {                                           \
     return Meets("malloc") && Failure() != 0 ? nullptr : PLUGINSDK_REAL(name) arguments; \
   }
+
 PLUGINSDK_ALLOCATE(malloc, (std::size_t size), (size))
 PLUGINSDK_ALLOCATE(calloc, (std::size_t count, std::size_t size), (count, size))
 PLUGINSDK_ALLOCATE(realloc, (void* block, std::size_t size), (block, size))
@@ -74,17 +81,14 @@ void operator delete(void* block, std::size_t) noexcept {
   std::free(block);
 }
 
-// Only the linker sees the name, because the compiler knows other declarations of it.
-#define PLUGINSDK_INSTEAD(Result, name, Parameters)                                                 \
-  extern "C" __attribute__((visibility("default"))) Result Faulty_##name Parameters __asm__(#name); \
-  Result Faulty_##name Parameters
-
 // `met` is what happens instead of the real call when the fault meets it.
 #define PLUGINSDK_CALL(Result, name, Parameters, arguments, met)                              \
   PLUGINSDK_INSTEAD(Result, name, Parameters) {                                               \
     static const auto real = reinterpret_cast<Result(*) Parameters>(dlsym(RTLD_NEXT, #name)); \
     return Meets(#name) ? met : real arguments;                                               \
   }
+
+// NOLINTEND(bugprone-macro-parentheses)
 
 PLUGINSDK_CALL(ssize_t, write, (int fd, const void* data, size_t size), (fd, data, size),
                (IsOdd() ? real(fd, data, size / 2) : Failure()))

@@ -53,7 +53,7 @@ TEST(Hostile, LargeAndDeepTextsGetTheirVerdict) {
     JsonPtr list = Json(row.list);
     EXPECT_EQ(Thrown([&] { return CStatesPluginJson().CreateStatesItemJson("n", list.get()); }).substr(0, 30),
               R"(2 The length of "n" exceeds th)");
-    const JsonPtr acks(CCommandAcksPluginJson().CreateCommandAcksItemJson("n", list.release()));
+    const JsonPtr acks(CCommandAcksPluginJson::CreateCommandAcksItemJson("n", list.release()));
     EXPECT_GT(Printed(acks.get()).size(), row.list.size());
   }
   EXPECT_EQ(Thrown([&] { return CStatesPluginJson().CreateStatesItemJson("n", large.c_str()); }),

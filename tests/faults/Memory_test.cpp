@@ -150,8 +150,8 @@ cJSON* Signed(States& builder, cJSON* tree) {
   return builder.GetJsonrpcRequest(tree);
 }
 
-const std::vector<Operation>& Operations() {
-  static const std::vector<Operation> operations = {
+std::vector<Operation> Reports() {
+  return {
       Of<States>("text", [](auto& b, cJSON*) { return b.CreateStatesItemJson("power", "on"); }),
       Of<States>("tree", [](auto& b, cJSON* t) { return b.CreateStatesItemJson("disks", t); }),
       Of<Metrics>("number", [](auto& b, cJSON*) { return b.CreateMetricsItemJson("fps", 29.97); }),
@@ -179,7 +179,11 @@ const std::vector<Operation>& Operations() {
       RequestOf<Local>("local request"),
       RequestOf<Update>("registration request"),
       Of<States>("signed request", Signed, {kNull}),
+  };
+}
 
+std::vector<Operation> Descriptions() {
+  return {
 #define PLUGINSDK_ITEM(name, call) \
   Of<Update>(name, [](Update&, [[maybe_unused]] cJSON* t) { return Update::call; })
       PLUGINSDK_ITEM("data", CreateBaseDataItemJson("n", "N", "D", "C")),
@@ -205,7 +209,11 @@ const std::vector<Operation>& Operations() {
       {"described registration again", RegisterAgain, {}},
       {"renewed registration", Renew, {kNull}},
       {"described local commands", ReportLocally, {}},
+  };
+}
 
+std::vector<Operation> Received() {
+  return {
       Parse("command", "v1", &CCommandPluginJson::m_commands),
       Parse("signed command", "v2", &CCommandPluginJson::m_commands),
       Parse("alarm update", "v1", &CAlarmUpdatePluginJson::m_modules),
@@ -214,7 +222,13 @@ const std::vector<Operation>& Operations() {
       Classify("agent event", R"({"method":"notifyAgentEvent","params":{"serverConnectivity":"online"}})",
                {"others:", "notifyAgentEvent:"}),
   };
-  return operations;
+}
+
+std::vector<Operation> Operations() {
+  std::vector<Operation> all;
+  for (const auto& some : {Reports(), Descriptions(), Received()})
+    all.insert(all.end(), some.begin(), some.end());
+  return all;
 }
 
 // With the same time stamps and salts at each run.
@@ -239,7 +253,7 @@ TEST(Memory, IsRefusedAtEachAllocationOfEachOperation) {
     for (const char* left : {"$&", "?authorization=", ""}) {
       outcomes.push_back(std::regex_replace(whole, signature, left));
     }
-    outcomes.push_back("std::bad_alloc");
+    outcomes.emplace_back("std::bad_alloc");
     for (int nth = 1;; ++nth) {
       faults::current = {"malloc", ENOMEM, nth};
       const std::string outcome = Outcome(operation);
@@ -262,9 +276,10 @@ long ResidentKiB() {
 
 int Soak(long rounds) {
   constexpr long kAllowedKiB = 256;  // by which a heap may waver
+  const std::vector<Operation> operations = Operations();
   long first = 0;
   for (long round = 1; round <= rounds; ++round) {
-    for (const Operation& operation : Operations()) operation.run();
+    for (const Operation& operation : operations) operation.run();
     if (round % std::max(rounds / 10, 1L) != 0) continue;
     const long resident = ResidentKiB();
     std::printf("%8ld rounds %6ld KiB\n", round, resident);
