@@ -126,11 +126,13 @@ void Limit(__rlimit_resource resource, rlim_t value) {
   ASSERT_EQ(setrlimit(resource, &limit), 0);
 }
 
+const char* const kCannotMount = "no file system can be mounted here";
+
 // A file system of this process alone; needs a privilege.
 void Mount(const std::string& at, unsigned long flags) {
   if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
       mount("none", at.c_str(), "tmpfs", flags, "size=64k") != 0) {
-    std::puts("skipped: no file system can be mounted here");
+    std::puts(kCannotMount);
     std::exit(0);
   }
 }
@@ -161,6 +163,7 @@ TEST(SystemFaults, EnvironmentThatFails) {
        [](const std::string& root) { Mount(root, MS_RDONLY); },
        [](const std::string& root) { umount(root.c_str()); }, true},
   };
+  std::string skipped;
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     const std::string out = InChild([&](const auto& root, int ringId) {
@@ -178,8 +181,10 @@ TEST(SystemFaults, EnvironmentThatFails) {
       UseEverything("afterwards", ringId);
       ExpectWritten(root, "afterwards");
     });
-    EXPECT_TRUE(Count(out, "| during") == 20 || Count(out, "skipped: ") == 1);
+    if (Count(out, kCannotMount) == 1) skipped += std::string(row.name) + ", ";
+    EXPECT_TRUE(Count(out, "| during") == 20 || !skipped.empty());
   }
+  if (!skipped.empty()) GTEST_SKIP() << skipped << kCannotMount;
 }
 
 // A process that was started without standard streams must not give their numbers to files of its log.
