@@ -14,7 +14,6 @@
 #include "Utl_LogLine_internal.h"
 #include "Utl_Log_internal.h"
 
-using pluginsdk::log::kShortLine;
 using pluginsdk::log::Position;
 using pluginsdk::log::ThreadText;
 
@@ -241,32 +240,27 @@ Length ReadLength(const char*& at) {
   return Length::kLongLong;
 }
 
-long long SignedOf(Length length, ArgumentList& arguments) {
-  switch (length) {
-    case Length::kInt:
-      return va_arg(arguments.list, int);
-    case Length::kLong:
-      return va_arg(arguments.list, long);
-    case Length::kLongLong:
-      return va_arg(arguments.list, long long);
-    case Length::kSize:
-      break;
+// The argument of this length, signed or unsigned as the types are.
+template <typename Int, typename Long, typename LongLong, typename Size>
+LongLong NumberOf(Length length, ArgumentList& arguments) {
+  if (length == Length::kInt) {
+    return va_arg(arguments.list, Int);
   }
-  return va_arg(arguments.list, ssize_t);
+  if (length == Length::kLong) {
+    return va_arg(arguments.list, Long);
+  }
+  if (length == Length::kSize) {
+    return va_arg(arguments.list, Size);
+  }
+  return va_arg(arguments.list, LongLong);
+}
+
+long long SignedOf(Length length, ArgumentList& arguments) {
+  return NumberOf<int, long, long long, ssize_t>(length, arguments);
 }
 
 unsigned long long UnsignedOf(Length length, ArgumentList& arguments) {
-  switch (length) {
-    case Length::kInt:
-      return va_arg(arguments.list, unsigned);
-    case Length::kLong:
-      return va_arg(arguments.list, unsigned long);
-    case Length::kLongLong:
-      return va_arg(arguments.list, unsigned long long);
-    case Length::kSize:
-      break;
-  }
-  return va_arg(arguments.list, std::size_t);
+  return NumberOf<unsigned, unsigned long, unsigned long long, std::size_t>(length, arguments);
 }
 
 // Prints the conversion at `at`, behind its '%', and leaves `at` behind it. False for one that is left to

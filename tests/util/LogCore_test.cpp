@@ -28,9 +28,9 @@ void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
   return faults::noMemory ? nullptr : ::operator new[](size);
 }
 
-ssize_t pwritev2(int fd, const iovec* parts, int count, off_t offset, int flags) {
+ssize_t pwritev2(int fd, const iovec* iodev, int count, off_t offset, int flags) {
   errno = EOPNOTSUPP;
-  return faults::noSignalFlag ? -1 : syscall(SYS_pwritev2, fd, parts, count, offset, 0, flags);
+  return faults::noSignalFlag ? -1 : syscall(SYS_pwritev2, fd, iodev, count, offset, 0, flags);
 }
 
 int fsync(int fd) {
@@ -246,6 +246,7 @@ class LogThreads : public logtest::AppTest {};
 
 void RunInThreads(int count, const std::function<void(int)>& body) {
   std::vector<std::thread> threads;
+  threads.reserve(static_cast<std::size_t>(count));
   for (int i = 0; i < count; ++i) threads.emplace_back(body, i);
   for (auto& thread : threads) thread.join();
 }

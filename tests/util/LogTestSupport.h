@@ -97,7 +97,8 @@ inline ChildResult RunInChild(const std::function<void()>& body, int timeoutSeco
     for (pollfd& end : polled) {
       if (end.fd < 0 || end.revents == 0) continue;
       const ssize_t count = ::read(end.fd, bytes.data(), bytes.size());
-      (&end == &polled[0] ? result.out : result.err).append(bytes.data(), count > 0 ? std::size_t(count) : 0);
+      (&end == polled.data() ? result.out : result.err)
+          .append(bytes.data(), count > 0 ? std::size_t(count) : 0);
       if (count <= 0) end.fd = -1;  // poll skips it from now on
     }
   }
@@ -136,8 +137,8 @@ inline std::vector<std::string> NamesIn(const std::string& directory) {
 inline std::vector<std::string> FilesIn(const std::string& directory) {
   std::vector<std::string> paths;
   for (const std::string& name : NamesIn(directory)) {
-    const std::string path = directory + "/" + name;
-    if (std::filesystem::is_regular_file(path)) paths.push_back(path);
+    const auto path = std::filesystem::path(directory) / name;
+    if (std::filesystem::is_regular_file(path)) paths.push_back(path.string());
   }
   return paths;
 }
@@ -197,7 +198,7 @@ inline std::vector<std::string> Messages(const std::string& text) {
 class AppTest : public ::testing::Test {
  protected:
   ChildResult Run(const std::function<void()>& body) const {
-    const ChildResult result = RunInChild([&] {
+    ChildResult result = RunInChild([&] {
       UTL_LOGInit("/usr/bin/app", m_root.c_str());
       body();
     });
