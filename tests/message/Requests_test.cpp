@@ -10,7 +10,6 @@
 #include "MessageTestSupport.h"
 #include "MetricsPluginJson.h"
 #include "StatesPluginJson.h"
-#include "Thrown.h"
 
 using namespace message_test;
 using pluginsdk::internal::kLargestLimit;
@@ -21,14 +20,6 @@ namespace {
 using Acks = CCommandAcksPluginJson;
 using Alerts = CAlertsPluginJson;
 using Local = CLocalCommandPluginJson;
-
-template <typename Builder>
-Builder Named() {
-  Builder builder;
-  builder.m_appGUID = "a1b2";
-  builder.m_moduleName = "camera";
-  return builder;
-}
 
 // The whole messages of every builder stand in the guide, whose examples are checked too.
 TEST(Requests, AreBuiltFromWhateverIsGiven) {
@@ -42,6 +33,7 @@ TEST(Requests, AreBuiltFromWhateverIsGiven) {
        R"({"jsonrpc":"2.0","params":{"appGUID":"","epoch":"NOW","moduleName":"","states":[]},)"
        R"("method":"v3/notifyPluginState"})"},
       {CEventsPluginJson().CreateEventsParamsObj(nullptr), R"({"appGUID":"","epoch":"NOW","moduleName":""})"},
+      {CBasePluginObject().GetJsonrpcRequest(cJSON_CreateArray()), R"({"jsonrpc":"2.0","params":[]})"},
       {CMetricsPluginJson().GetJsonrpcRequest(nullptr),
        R"({"jsonrpc":"2.0","method":"v1/notifyPluginMetric"})"},
       {Alerts::CreateAlarmsItemJson(nullptr, "any", nullptr), R"({"action":"any","time":"NOW"})"},
@@ -53,45 +45,35 @@ TEST(Requests, AreBuiltFromWhateverIsGiven) {
   for (const auto& row : rows) EXPECT_EQ(Stamped(row.tree), row.text);
 }
 
-using Build = std::function<cJSON*(cJSON*)>;
-
 // The sanitizers object when a collection has changed hands without being attached, or the other way round.
-void ExpectUsableAttached(const std::string& fields, const std::string& key, const Build& build) {
+void ExpectUsableAttached(const std::string& fields, const std::string& key,
+                          const std::function<cJSON*(cJSON*)>& build) {
   const std::string start = R"({"epoch":"NOW",)" + fields;
   for (const char* unusable : {"no JSON", "[]", "\"[1]\"", "5", "null", "true"})
     EXPECT_EQ(Stamped(build(Json(unusable).get())), start + "}") << unusable;
-  const std::string attached = start + ",\"" + key + "\":@}";
   for (const char* usable : {"{}", "[0]", R"({"a":[]})"})
-    EXPECT_EQ(Stamped(build(Json(usable).release())), Replaced(attached, "@", usable));
+    EXPECT_EQ(Stamped(build(Json(usable).release())), start + ",\"" + key + "\":" + usable + "}");
 }
 
 TEST(Requests, OnlyUsableCollectionsAreAttached) {
-  const struct {
-    const char* word;
-    cJSON* (*build)(char const*, char const*, char const*, char const*, cJSON*);
-    cJSON* (Acks::*echo)(cJSON*);
-  } states[] = {
-      {"ACCEPTED", &Acks::CreateCommandAcksAcceptedParamsObj, &Acks::CreateCommandAcksAcceptedParamsObj},
-      {"ACKED", &Acks::CreateCommandAcksAckedParamsObj, &Acks::CreateCommandAcksAckedParamsObj},
-      {"REJECTED", &Acks::CreateCommandAcksRejectedParamsObj, &Acks::CreateCommandAcksRejectedParamsObj},
-      {"ERRORED", &Acks::CreateCommandAcksErroredParamsObj, &Acks::CreateCommandAcksErroredParamsObj}};
+  const std::pair<cJSON* (Acks::*)(cJSON*), const char*> states[] = {
+      {&Acks::CreateCommandAcksAcceptedParamsObj, "ACCEPTED"},
+      {&Acks::CreateCommandAcksAckedParamsObj, "ACKED"},
+      {&Acks::CreateCommandAcksRejectedParamsObj, "REJECTED"},
+      {&Acks::CreateCommandAcksErroredParamsObj, "ERRORED"}};
   CCommandPluginJson request(R"({"params":{"commandId":"7","commandSource":"remote"},"method":"v1"})", "");
-  CCommandPluginJson refused(R"({"params":{"commandId":"7"},"method":"v3"})", "");
-  for (const auto& state : states) {
-    auto acks = Named<Acks>();
-    const auto echo = [&](cJSON* tree) { return (acks.*state.echo)(tree); };
-    EXPECT_EQ(echo(Json("[0]").get()), nullptr);
-    const auto expect = [&](const char* fields, const Build& build) {
-      ExpectUsableAttached(Replaced(fields, "@", state.word), "commandAcks", build);
-    };
-    expect(R"("appGUID":"g","commandId":"","commandSource":"any","commandState":"@")",
-           [&](cJSON* tree) { return state.build("g", "", "any", nullptr, tree); });
+  for (const auto& [build, word] : states) {
+    Acks acks;
+    EXPECT_EQ((acks.*build)(Json("[0]").get()), nullptr);
     acks.m_commandPluginJson = &request;
-    expect(R"("appGUID":"a1b2","commandId":"7","commandSource":"remote","moduleName":"","commandState":"@")",
-           echo);
-    acks.m_commandPluginJson = &refused;
-    expect(R"("appGUID":"a1b2","commandId":"","commandSource":"","moduleName":"","commandState":"@")", echo);
+    ExpectUsableAttached(
+        R"("appGUID":"","commandId":"7","commandSource":"remote","moduleName":"","commandState":")" +
+            std::string(word) + '"',
+        "commandAcks", [&, build = build](cJSON* tree) { return (acks.*build)(tree); });
   }
+  ExpectUsableAttached(
+      R"("appGUID":"g","commandId":"","commandSource":"any","commandState":"ACKED")", "commandAcks",
+      [](cJSON* tree) { return Acks::CreateCommandAcksAckedParamsObj("g", "", "any", nullptr, tree); });
   ExpectUsableAttached(
       R"("clientAppGUID":"c","appGUID":"g","commandId":"i","commandSource":"any","moduleName":"")",
       "commands", [](cJSON* tree) {
@@ -99,11 +81,10 @@ TEST(Requests, OnlyUsableCollectionsAreAttached) {
       });
   std::srand(7);
   const std::string id = std::to_string(std::rand() / 1000 + 1);
-  ExpectUsableAttached(R"("clientAppGUID":"","serialNumber":"","appGUID":"a1b2","commandId":"|)" + id +
-                           R"(","commandSource":"local","moduleName":"camera")",
-                       "commands", [](cJSON* tree) {
-                         return std::srand(7), Named<Local>().CreateLocalCommandParamsObj(tree);
-                       });
+  ExpectUsableAttached(R"("clientAppGUID":"","serialNumber":"","appGUID":"","commandId":"|)" + id +
+                           R"(","commandSource":"local","moduleName":"")",
+                       "commands",
+                       [](cJSON* tree) { return std::srand(7), Local().CreateLocalCommandParamsObj(tree); });
 }
 
 template <typename Builder>
@@ -118,15 +99,17 @@ cJSON* Request(const std::string& version, const std::string& key, cJSON* params
 const struct Family {
   const char* method;
   bool limited;
-  const char* logs;  // source of the line about a missing envelope
+  const char* log;  // about a missing envelope
   cJSON* (*request)(const std::string& version, const std::string& key, cJSON* params, bool unformatted);
 } kFamilies[] = {
     {"notifyPluginState", true, nullptr, Request<CStatesPluginJson>},
     {"notifyPluginMetric", true, nullptr, Request<CMetricsPluginJson>},
     {"notifyPluginEvent", true, nullptr, Request<CEventsPluginJson>},
     {"notifyPluginAlert", false, nullptr, Request<Alerts>},
-    {"notifyPluginCommandAck", false, "CommandAcksPluginJson", Request<Acks>},
-    {"notifyPluginLocalCommand", false, "LocalCommandPluginJson", Request<Local>},
+    {"notifyPluginCommandAck", false, " INFO  |CommandAcksPluginJson:GetJsonrpcRequest| (null)",
+     Request<Acks>},
+    {"notifyPluginLocalCommand", false, " INFO  |LocalCommandPluginJson:GetJsonrpcRequest| (null)",
+     Request<Local>},
 };
 
 TEST(Requests, SizeLimitCountsTheIndentedPrintingWithItsSignature) {
@@ -168,58 +151,33 @@ TEST(Requests, SignatureHoldsForThePrintingThatWasAskedFor) {
   }
 }
 
-// Refuses each allocation in turn until `build` succeeds. Before, it must throw, or return null when the
-// envelope itself cannot be had; either way `tree`, which every result contains, stays the caller's.
-void FailEachAllocation(cJSON* tree, bool mayBeNull, const Build& build) {
-  for (long failAt = 0;; ++failAt) {
-    const CJsonMemory memory(failAt);
-    JsonPtr result;
-    const std::string thrown = Thrown([&] { return result.reset(build(tree)), nullptr; });
-    cJSON_DetachItemViaPointer(result.get(), tree);
-    if (memory.Count() <= failAt) return;
-    EXPECT_EQ(result, nullptr) << "incomplete without allocation " << failAt;
-    EXPECT_EQ(thrown, mayBeNull && failAt == 0 ? "nothing" : "- std::bad_alloc");
-  }
-}
-
-TEST(Requests, WithoutMemoryNothingIsHalfBuilt) {
-  const JsonPtr tree = Json("[1]");
-  FailEachAllocation(tree.get(), false,
-                     [](cJSON* t) { return CStatesPluginJson().CreateStatesParamsObj(t); });
-  FailEachAllocation(tree.get(), false, [](cJSON* t) { return Local().CreateLocalCommandParamsObj(t); });
+TEST(Requests, WithoutMemoryForTheEnvelopeThereIsNone) {
+  const JsonPtr params = Json("[1]");
+  cJSON_Hooks none = {[](std::size_t) -> void* { return nullptr; }, std::free};
   for (const Family& family : kFamilies) {
-    const Build build = [&](cJSON* t) { return family.request("v1", "", t, true); };
-    std::vector<std::string> lines;
-    if (family.logs != nullptr)
-      lines = {std::string(" INFO  |") + family.logs + ":GetJsonrpcRequest| (null)"};
-    EXPECT_EQ(Logged([&] { FailEachAllocation(tree.get(), true, build); }), lines);
+    cJSON_InitHooks(&none);
+    const auto lines = Logged([&] { EXPECT_EQ(family.request("v1", "", params.get(), true), nullptr); });
+    cJSON_InitHooks(nullptr);
+    EXPECT_EQ(lines, std::vector<std::string>(family.log == nullptr ? 0 : 1, family.log ? family.log : ""));
   }
 }
 
 TEST(PrintedSize, VerdictIsExactForEveryShape) {
   const struct {
-    const char *start, *repeated, *middle, *repeatedToo, *end;
-  } shapes[] = {{"\"", "x", "", "", "\""},
-                {"\"", R"(\u0001)", "", R"(\")", "\""},
-                {"\"", R"(\")", "", R"(\\)", "\""},
-                {"[", "null,", "0", ",[[]]", "]"},
-                {"[", "-1.2345678901234567e-300,", "0", "", "]"},
-                {"", R"({"k":)", "0", "}", ""},
+    std::string start, repeated, middle, repeatedToo, end;
+  } shapes[] = {{"\"", "x\\u0001", "", "\\\"", "\""},
+                {"[", "-1.2345678901234567e-300,", "0", ",[[]]", "]"},
+                {"", R"({"k":)", "null", "}", ""},
                 {"{", R"("\n":{},)", R"("a":1)", "", "}"}};
-  for (const auto& shape : shapes) {
-    std::string start = shape.start;
-    std::string end = shape.middle;
-    for (int i = 0; i < 100; ++i, start += shape.repeated, end += shape.repeatedToo) {
-      const std::string text = (start + end).append(shape.end);
-      const JsonPtr tree = Json(text);
+  for (auto [start, repeated, middle, repeatedToo, end] : shapes) {
+    for (int i = 0; i < 100; ++i, start += repeated, middle += repeatedToo) {
+      const JsonPtr tree = Json(start + middle + end);
       const std::size_t size = Printed(tree.get(), false).size();
-      EXPECT_TRUE(PrintsLongerThan(tree.get(), size - 1) && !PrintsLongerThan(tree.get(), size)) << text;
+      EXPECT_TRUE(PrintsLongerThan(tree.get(), size - 1) && !PrintsLongerThan(tree.get(), size)) << start;
     }
   }
   const JsonPtr largest = Json('"' + std::string(kLargestLimit - 2, 'x') + '"');
-  const CJsonMemory memory;
   EXPECT_FALSE(PrintsLongerThan(largest.get(), kLargestLimit));
-  EXPECT_EQ(memory.Count(), 0);
 }
 
 }  // namespace
