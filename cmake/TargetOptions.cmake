@@ -16,6 +16,11 @@ function(pluginsdk_target_options target)
   if(PLUGINSDK_SANITIZE)
     target_compile_options(${target} PRIVATE
       -fsanitize=${PLUGINSDK_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_compile_definitions(${target} PRIVATE PLUGINSDK_SANITIZED)
+    if(PLUGINSDK_SANITIZE MATCHES "integer")
+      target_compile_options(${target} PRIVATE
+        -fsanitize-ignorelist=${PROJECT_SOURCE_DIR}/cmake/sanitizer-ignore.txt)
+    endif()
     target_link_options(${target} PRIVATE -fsanitize=${PLUGINSDK_SANITIZE})
   endif()
   if(PLUGINSDK_COVERAGE)

@@ -85,7 +85,7 @@ void AppendBase64(std::string& text, const Block& block) {
   std::uint32_t bits = 0;
   int count = 0;
   for (const std::uint8_t byte : block) {
-    bits = (bits << 8) | byte;
+    bits = ((bits & 0xffU) << 8) | byte;  // fewer than eight bits are left of the byte before
     for (count += 8; count >= 6; count -= 6) text += kBase64[(bits >> (count - 6)) & 63U];
   }
   text += kBase64[(bits << (6 - count)) & 63U];  // two bits are left of 128
@@ -99,7 +99,7 @@ bool ReadBase64(std::string_view text, Block& block) {
   for (const char c : text) {
     const std::size_t value = kBase64.find(c);
     if (value == std::string_view::npos) return false;
-    bits = (bits << 6) | static_cast<std::uint32_t>(value);
+    bits = ((bits & 0xffU) << 6) | static_cast<std::uint32_t>(value);
     count += 6;
     if (count < 8) continue;
     count -= 8;

@@ -46,10 +46,12 @@ std::uint32_t TypeOfEntry(unsigned char type) {
   return type == DT_DIR ? UTLFS_TYPE_DIR : UTLFS_TYPE_OTHER;
 }
 
-// Without a sign on the way, where the far-off times that some file systems store may wrap round.
+// The far-off times that some file systems store wrap round, in a defined way.
 std::int64_t Microseconds(const timespec& time) {
-  return static_cast<std::int64_t>(static_cast<std::uint64_t>(time.tv_sec) * 1000000U +
-                                   static_cast<std::uint64_t>(time.tv_nsec / 1000));
+  std::int64_t microseconds = 0;
+  static_cast<void>(__builtin_mul_overflow(time.tv_sec, 1000000, &microseconds));
+  static_cast<void>(__builtin_add_overflow(microseconds, time.tv_nsec / 1000, &microseconds));
+  return microseconds;
 }
 
 UTLFS_stat_t RecordOf(const struct stat& status) {

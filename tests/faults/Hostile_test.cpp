@@ -12,7 +12,7 @@ namespace {
 std::string Repeated(std::size_t count, const std::string& text) {
   std::string repeated;
   repeated.reserve(count * text.size());
-  while (count-- > 0) repeated += text;
+  for (; count > 0; --count) repeated += text;
   return repeated;
 }
 

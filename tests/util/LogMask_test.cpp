@@ -98,7 +98,7 @@ TEST(LogSensitiveString, EachCredentialIsMaskedInTheLine) {
 }
 
 TEST(LogSensitiveString, WithoutMemoryNothingOfTheTextIsLogged) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef PLUGINSDK_SANITIZED
   GTEST_SKIP() << "sanitizers need the address space that this test takes away";
 #endif
   const auto result = logtest::RunInChild([] {
