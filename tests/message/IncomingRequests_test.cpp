@@ -1,4 +1,5 @@
 // The agent's commands and alarm updates: which are trusted, what is read from them, hostile texts.
+#include <array>
 #include <cfloat>
 #include <cmath>
 #include <cstring>
@@ -39,7 +40,6 @@ Outcome Try(const char* text, const char* key, const Limits&... limits) {
 
 TEST(IncomingRequests, BothParsersTrustTheSameTexts) {
   const std::string good = Signed(kBody, "v2/notifyPluginCommand");
-  const std::string escaped = Replaced(good, "v2/", "v2\\/");
   const auto body = [](const char* method) { return Replaced(kBody, "@", method); };
   const struct {
     const char* name;
@@ -47,7 +47,6 @@ TEST(IncomingRequests, BothParsersTrustTheSameTexts) {
     const char* key;
     Outcome outcome;
   } rows[] = {
-      {"v1 without key", body("v1/notifyPluginCommand"), "", kTrusted},
       {"v1 anywhere, any tail", body("/v2/xv1?authorization=zzz"), "key", kTrusted},
       {"signed", good, "key", kTrusted},
       {"signed in indented printing", Signed(Printed(Json(kBody).get(), false), "v2/x"), "key", kTrusted},
@@ -57,33 +56,29 @@ TEST(IncomingRequests, BothParsersTrustTheSameTexts) {
       {"no key", good, "", kRefused},
       {"other key", good, "other", kRefused},
       {"unknown version", Signed(kBody, "V2/x"), "key", kRefused},
-      {"no marker", body("v2/x"), "key", kRefused},
       {"empty signature", body("v2/x?authorization="), "key", kRefused},
       {"one blank more", good + " ", "key", kRefused},
-      {"method no text", R"({"params":null,"method":2})", "key", kRefused},
       {"no params", R"({"method":"v1/x"})", "", kSilent},
-      {"array", R"(["params","v1"])", "", kSilent},
       {"not JSON", R"({"params":{},"method":"v1)", "", kSilent},
-      {"escaped slash", escaped, "key", kThrows},
-      {"escaped slash without key", escaped, "", kRefused},
+      {"escaped slash", Replaced(good, "v2/", "v2\\/"), "key", kThrows},
   };
+  const VerificationLimits limits;
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
+    const char* text = row.text.c_str();
     const Outcome verdict = row.outcome == kSilent ? kRefused : row.outcome;
-    const auto alarms = [&] { EXPECT_EQ(Try<CAlarmUpdatePluginJson>(row.text.c_str(), row.key), verdict); };
-    EXPECT_TRUE(Logged(alarms).empty());
-    const auto commands = [&] { EXPECT_EQ(Try<CCommandPluginJson>(row.text.c_str(), row.key), verdict); };
-    EXPECT_EQ(Logged(commands).size(), row.outcome == kRefused ? 1U : row.outcome == kTrusted ? 4U : 0U);
+    EXPECT_EQ(Logged([&] { EXPECT_EQ(Try<CAlarmUpdatePluginJson>(text, row.key), verdict); }).size(), 0U);
+    EXPECT_EQ(Logged([&] { EXPECT_EQ(Try<CCommandPluginJson>(text, row.key), verdict); }).size(),
+              row.outcome == kRefused   ? 1U
+              : row.outcome == kTrusted ? 4U
+                                        : 0U);
     // Within limits that admit the system's own signatures, only unsigned texts lose their trust.
-    const bool unsignedText = row.text.find("v1") != std::string::npos && *row.key != '\0';
-    const VerificationLimits limits;
-    EXPECT_EQ(Try<CAlarmUpdatePluginJson>(row.text.c_str(), row.key, limits),
-              unsignedText ? kRefused : verdict);
+    const bool isUnsigned = row.text.find("v1") != std::string::npos && *row.key != '\0';
+    EXPECT_EQ(Try<CAlarmUpdatePluginJson>(text, row.key, limits), isUnsigned ? kRefused : verdict);
   }
-  VerificationLimits fewPasses;
-  fewPasses.maxPasses = 15;
-  EXPECT_EQ(Try<CCommandPluginJson>(good.c_str(), "key", fewPasses), kRefused);
-  EXPECT_EQ(Try<CCommandPluginJson>(Signed(kBody, "v2/v1").c_str(), "key", VerificationLimits()), kTrusted);
+  EXPECT_EQ(Try<CCommandPluginJson>(good.c_str(), "key", VerificationLimits{64, 15, 8, 108, false}),
+            kRefused);
+  EXPECT_EQ(Try<CCommandPluginJson>(Signed(kBody, "v2/v1").c_str(), "key", limits), kTrusted);
   EXPECT_EQ(Try<CCommandPluginJson>(nullptr, "key"), kRefused);
   EXPECT_EQ(Try<CAlarmUpdatePluginJson>(nullptr, "key"), kRefused);
 }
@@ -101,21 +96,19 @@ TEST(IncomingRequests, NoByteMayBeCutOrChanged) {
 }
 
 TEST(IncomingCommands, FieldsAreReadWhereTheyHaveTheirType) {
-  const std::pair<std::string, std::string> rows[] = {
-      {R"({"MODULENAME":"a","commandid":"b","CommandSource":"c","COMMANDS":[null,1]})", "b|c|a|2"},
-      {R"({"commandId":7,"commandSource":null,"moduleName":[],"commands":{"a":1}})", "|||0"},
-      {R"("commandId")", "|||0"}};
+  const std::pair<const char*, std::array<std::string, 3>> rows[] = {
+      {R"({"MODULENAME":"a","commandid":"b","CommandSource":"c","COMMANDS":[]})", {"b", "c", "a"}},
+      {R"({"commandId":7,"commandSource":null,"moduleName":[],"commands":{"a":1}})", {}},
+      {R"("commandId")", {}}};
   for (const auto& [params, read] : rows) {
-    const std::string text = R"({"method":"v1/x","params":)" + params + "}";
-    const CCommandPluginJson command(text.c_str(), "");
-    EXPECT_EQ(command.m_commandId + "|" + command.m_commandSource + "|" + command.m_moduleName + "|" +
-                  std::to_string(command.m_commands.size()),
-              read);
+    const auto lines = Logged([text = Replaced(R"({"method":"v1","params":@})", "@", params)] {
+      EXPECT_TRUE(CCommandPluginJson(text.c_str(), "").m_commands.empty());
+    });
+    const std::string start = " INFO  |CommandAcksPluginJson:ValidateCommands| ";
+    EXPECT_EQ(lines,
+              (std::vector{start + "is valid signature? 1", start + "m_commandId: " + read[0],
+                           start + "m_commandSource: " + read[1], start + "m_moduleName: " + read[2]}));
   }
-  const std::string start = " INFO  |CommandAcksPluginJson:ValidateCommands| ";
-  const std::vector<std::string> lines = {start + "is valid signature? 1", start + "m_commandId: 77",
-                                          start + "m_commandSource: ", start + "m_moduleName: "};
-  EXPECT_EQ(Logged([] { CCommandPluginJson(Replaced(kBody, "@", "v1").c_str(), ""); }), lines);
 }
 
 // Against the slow way that defines the result: print each command and parse the text.
@@ -141,18 +134,6 @@ TEST(IncomingCommands, AreWhatTheirPrintingReads) {
     ASSERT_EQ(a->valueint, b->valueint) << Printed(element);
     ASSERT_EQ(std::memcmp(&a->valuedouble, &b->valuedouble, sizeof(double)), 0) << Printed(element);
     ASSERT_EQ(Printed(*command++), Printed(expected.get()));
-  }
-}
-
-TEST(IncomingRequests, MayBeLargeAndDeep) {
-  std::string many = "[0";
-  for (int i = 1; i < 100000; ++i) many += R"(,{"n":"v"})";
-  for (const std::string& list : {many + "]", std::string(998, '[') + std::string(998, ']')}) {
-    const std::string text =
-        R"({"params":{"commands":)" + list + R"(,"modules":)" + list + R"(},"method":"v1"})";
-    const std::size_t size = list.size() > 1996 ? 100000 : 1;
-    EXPECT_EQ(CCommandPluginJson(text.c_str(), "").m_commands.size(), size);
-    EXPECT_EQ(CAlarmUpdatePluginJson(text.c_str(), "").m_modules.size(), size);
   }
 }
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "BasePluginObject.h"
+#include "IncomingRequest_internal.h"
 #include "JsonHandle_internal.h"
 #include "Utl_Log.h"
 
@@ -24,6 +25,13 @@ inline JsonPtr Json(const std::string& text) {
 inline std::string Printed(const cJSON* tree, bool compact = true) {
   const JsonText text(compact ? cJSON_PrintUnformatted(tree) : cJSON_Print(tree));
   return text ? text.get() : "(null)";
+}
+
+// Whether the signature of a request holds for this printing of it, which no "v1" in it replaces.
+inline bool IsSigned(cJSON* request, bool compact, const char* key = "key") {
+  const VerificationLimits limits;
+  const std::string method = CPluginUtil::GetJSONStringFieldValue(request, "method");
+  return pluginsdk::internal::IsAuthentic(Printed(request, compact).c_str(), method, key, &limits);
 }
 
 inline std::string Replaced(std::string text, const std::string& what, const std::string& by) {

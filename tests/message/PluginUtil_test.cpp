@@ -41,15 +41,12 @@ TEST(JsonFileDeathTest, UnreadableFilesEndTheProcess) {
 
 TEST(Members, AreReadByTypeAndWithoutRegardToCase) {
   const JsonPtr tree = Json(R"({"s":"text","n":5,"t":true,"f":false,"ts":"true"})");
-  const struct {
-    const char *key, *text;
-    bool flag;
-  } rows[] = {{"S", "text", false}, {"n", "", false},      {"T", "", true},
-              {"f", "", false},     {"ts", "true", false}, {"none", "", false}};
-  for (const auto& row : rows) {
-    EXPECT_EQ(CPluginUtil::GetJSONStringFieldValue(tree.get(), row.key), row.text) << row.key;
-    EXPECT_EQ(CPluginUtil::GetJSONBooleanFieldValue(tree.get(), row.key), row.flag) << row.key;
+  std::string read;
+  for (const char* key : {"S", "n", "T", "f", "ts", "none"}) {
+    read += CPluginUtil::GetJSONStringFieldValue(tree.get(), key) +
+            (CPluginUtil::GetJSONBooleanFieldValue(tree.get(), key) ? "+" : "-");
   }
+  EXPECT_EQ(read, "text--+-true--");
   EXPECT_EQ(CPluginUtil::GetJSONStringFieldValue(nullptr, "s"), "");
   EXPECT_FALSE(CPluginUtil::GetJSONBooleanFieldValue(nullptr, "t"));
 }
@@ -61,8 +58,6 @@ TEST(Classification, TellsEveryKindOfMessage) {
   } rows[] = {
       {nullptr, "others"},
       {"not json", "others"},
-      {R"({"method":5})", "others"},
-      {R"({"method":"v1/somethingElse"})", "others"},
       {R"({"METHOD":"v1/notifyPluginCommandAck"})", "notifyPluginCommand"},
       {R"({"method":"notifyAgentEvent notifyPluginAlarmUpdate"})", "notifyPluginAlarmUpdate"},
       {R"({"method":"v1/notifyAgentEvent","params":{"serverConnectivity":"online"}})", "notifyAgentEvent",
@@ -107,29 +102,21 @@ TEST(Formats, VerdictsAreThoseOfPosix) {
 }
 
 TEST(Formats, MismatchAndBadPatternAreLoggedOnce) {
-  const struct {
-    const char *text, *pattern;
-    bool logMismatch, matches;
-    std::string log;  // after the function's name; empty: nothing
-  } rows[] = {
-      {"A1", "^[a-z][0-9]$", true, true, ""},
-      {"xxabc", "b", true, true, ""},
-      {"abc", "^[0-9]+$", false, false, ""},
-      {"a%c", "^[0-9]+$", true, false, "\"a%c\" doesn't match to ^[0-9]+$ format."},
-      {"1", "^[a-zA-Z][a-zA-Z0-9_-]*$", true, false,
-       "\"1\" doesn't match to ^[a-zA-Z][a-zA-Z0-9_-]*$ format."},
-      {"a", "(", false, false, "regexp comp error."},
-      {nullptr, ".*", false, false, ""},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.pattern);
+  const auto match = [](const char* text, const char* pattern, bool logMismatch, bool matches) {
     std::string log;
-    for (const std::string& line : Logged([&] {
-           EXPECT_EQ(CPluginUtil::RegExMatch(row.text, row.pattern, row.logMismatch), row.matches);
-         }))
+    for (const std::string& line :
+         Logged([&] { EXPECT_EQ(CPluginUtil::RegExMatch(text, pattern, logMismatch), matches); }))
       log += line.substr(0, 7) + line.substr(line.find("RegExMatch| ") + 11);
-    EXPECT_EQ(log, row.log.empty() ? "" : "!!WRN!! " + row.log);
-  }
+    return log;
+  };
+  EXPECT_EQ(match("A1", "^[a-z][0-9]$", true, true), "");
+  EXPECT_EQ(match("xxabc", "b", true, true), "");
+  EXPECT_EQ(match("abc", "^[0-9]+$", false, false), "");
+  EXPECT_EQ(match("a%c", "^[0-9]+$", true, false), "!!WRN!! \"a%c\" doesn't match to ^[0-9]+$ format.");
+  EXPECT_EQ(match("1", "^[a-zA-Z][a-zA-Z0-9_-]*$", true, false),
+            "!!WRN!! \"1\" doesn't match to ^[a-zA-Z][a-zA-Z0-9_-]*$ format.");
+  EXPECT_EQ(match("a", "(", false, false), "!!WRN!! regexp comp error.");
+  EXPECT_EQ(match(nullptr, ".*", false, false), "");
 }
 
 TEST(RandomText, HasItsLengthAndAlphabet) {

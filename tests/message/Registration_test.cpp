@@ -1,7 +1,6 @@
 // The builder of the registration request: what the description model does not reach, ownership, renewal.
 #include <memory>
 
-#include "IncomingRequest_internal.h"
 #include "MessageTestSupport.h"
 #include "UpdatePluginJson.h"
 
@@ -13,12 +12,10 @@ using Builder = CUpdatePluginJson;
 constexpr const char* kNone = nullptr;
 constexpr cJSON* kNoTree = nullptr;
 
-cJSON* CommandParam(const char* type, const char* format, cJSON* values, const char* property) {
-  return Builder::CreateUpdateCommandParamsItemJson("p", kNone, kNone, type, true, format, values, property);
-}
-template <typename Default>
-cJSON* DefaultParam(Default value, const char* type) {
-  return Builder::CreateUpdateCommandParamsItemJson("p", kNone, kNone, value, type, true, kNone, kNoTree, "");
+// With what follows the description: type, and before it perhaps a default value.
+template <typename... Rest>
+cJSON* CommandParam(Rest... rest) {
+  return Builder::CreateUpdateCommandParamsItemJson("p", kNone, kNone, rest...);
 }
 
 TEST(RegistrationItems, KeysStandInOrder) {
@@ -27,15 +24,17 @@ TEST(RegistrationItems, KeysStandInOrder) {
   const std::pair<cJSON*, std::string> rows[] = {
       {Builder::CreateUpdateCommandsItemJson("n", "N", "D", kNone, Json("[1]").release(), cJSON_CreateTrue()),
        R"("n","displayName":"N","description":"D","type":"asynchronous","params":[1],"displayOnProperty":true})"},
-      {CommandParam("datetime", "", kNoTree, ""),
+      {CommandParam("datetime", true, "", kNoTree, ""),
        R"("p","displayType":"datetime","displayFormat":"","required":true})"},
-      {CommandParam("switch", kNone, Json("[1]").release(), "unused"),
+      {CommandParam("switch", true, kNone, Json("[1]").release(), "unused"),
        R"("p","displayType":"switch","displayValues":[1],"required":true})"},
-      {CommandParam("valueFromProperty", kNone, kNoTree, ""),
+      {CommandParam("valueFromProperty", true, kNone, kNoTree, ""),
        R"("p","displayType":"valueFromProperty","valueFromProperty":"","required":true})"},
-      {DefaultParam("", "text"), R"("p","displayType":"text","required":true,"defaultValue":""})"},
-      {DefaultParam(2.5, "text"), R"("p","displayType":"text","required":true,"defaultValue":2.5})"},
-      {DefaultParam(2.5, "file"), R"("p","displayType":"file","required":true})"},
+      {CommandParam("", "text", true, kNone, kNoTree, ""),
+       R"("p","displayType":"text","required":true,"defaultValue":""})"},
+      {CommandParam(2.5, "text", true, kNone, kNoTree, ""),
+       R"("p","displayType":"text","required":true,"defaultValue":2.5})"},
+      {CommandParam(2.5, "file", true, kNone, kNoTree, ""), R"("p","displayType":"file","required":true})"},
       {Builder::CreateUpdateAlarmParamsItemJson("p", kNone, kNone, "valueFromProperty", true, kNone,
                                                 unused.get()),
        R"("p","displayType":"valueFromProperty","required":true})"},
@@ -45,11 +44,6 @@ TEST(RegistrationItems, KeysStandInOrder) {
   };
   for (const auto& [item, printed] : rows)
     EXPECT_EQ(Replaced(Printed(JsonPtr(item).get()), "moduleName", "name"), R"({"name":)" + printed);
-}
-
-bool IsSigned(const cJSON* request, bool compact) {
-  const std::string method(cJSON_GetObjectItem(request, "method")->valuestring);
-  return pluginsdk::internal::IsAuthentic(Printed(request, compact).c_str(), method, "key", nullptr);
 }
 
 TEST(RegistrationRenewal, StampsTheStoredParamsAndNothingElse) {
@@ -63,12 +57,10 @@ TEST(RegistrationRenewal, StampsTheStoredParamsAndNothingElse) {
   builder.m_version = "v3";  // unsigned like every version but "v2"
   JsonPtr renewed;
   const auto log = Logged([&] { renewed.reset(builder.RenewUpdateJsonObject(true)); });
-  const cJSON* params = cJSON_GetObjectItem(renewed.get(), "params");
-  EXPECT_EQ(Printed(params), Printed(builder.m_request->child));
-  ASSERT_EQ(log.size(), 1U);
-  EXPECT_EQ(log[0].substr(log[0].find("Update")),
-            std::string("UpdatePluginJson:RenewUpdateJsonObject| renew epoch: ") +
-                cJSON_GetObjectItem(params, "epoch")->valuestring);
+  cJSON* params = builder.m_request->child;
+  const std::string epoch = CPluginUtil::GetJSONStringFieldValue(params, "epoch");
+  EXPECT_EQ(log, std::vector{" INFO  |UpdatePluginJson:RenewUpdateJsonObject| renew epoch: " + epoch});
+  EXPECT_EQ(Printed(renewed->child->next), Printed(params));
   EXPECT_EQ(Stamped(renewed.release()),
             R"({"jsonrpc":"2.0","params":{"a":1,"epoch":"NOW","b":[2]},"method":"v3/notifyPluginUpdate"})");
 }

@@ -60,27 +60,18 @@ std::string Encoded(std::uint32_t passes, std::uint32_t memory, std::uint32_t la
 // The system's own signatures take a faster way; the verdict must be that of the library for every text.
 TEST(Signature, VerdictsAreThoseOfTheLibrary) {
   const std::string good = Encoded(16, 64, 8, 16, 16);
-  const std::vector<std::string> trusted = {good,
-                                            good + std::string(1, '\0') + "tail",
-                                            Encoded(1, 8, 1, 16, 16),
-                                            Encoded(16, 64, 8, 8, 16),
-                                            Encoded(16, 64, 8, 16, 32),
-                                            Encoded(16, 64, 8, 16, 4),
-                                            Encoded(15, 64, 8, 16, 16),
-                                            Encoded(16, 128, 8, 16, 16),
-                                            Encoded(16, 64, 4, 16, 16)};
-  for (const std::string& text : trusted)
-    EXPECT_TRUE(LibraryAccepts(text) && CPluginUtil::VerifySignature(kDigest, "key", text)) << text;
+  std::vector<std::string> texts = {good, good + std::string(1, '\0') + "tail"};
+  const unsigned parameters[][5] = {{1, 8, 1, 16, 16},  {16, 64, 8, 8, 16},  {16, 64, 8, 16, 32},
+                                    {16, 64, 8, 16, 4}, {15, 64, 8, 16, 16}, {16, 128, 8, 16, 16},
+                                    {16, 64, 4, 16, 16}};
+  for (const auto& [passes, memory, lanes, salt, hash] : parameters)
+    texts.push_back(Encoded(passes, memory, lanes, salt, hash));
+  for (const std::string& text : texts) EXPECT_TRUE(LibraryAccepts(text)) << text;
 
-  std::vector<std::string> texts = {"",
-                                    "$",
-                                    good + "x",
-                                    good + "=",
-                                    good.substr(0, 73),
-                                    " " + good,
-                                    std::string(74, 'A'),
-                                    Encoded(16, 64, 8, 16, 16, Argon2_i),
-                                    Encoded(16, 64, 8, 16, 16, Argon2_id, ARGON2_VERSION_10)};
+  texts.push_back(Encoded(16, 64, 8, 16, 16, Argon2_i));
+  texts.push_back(Encoded(16, 64, 8, 16, 16, Argon2_id, ARGON2_VERSION_10));
+  for (const char* tail : {"x", "=", " ", "$"}) texts.push_back(good + tail);
+  for (const std::size_t size : {0U, 1U, 28U, 73U}) texts.push_back(good.substr(0, size));
   // At the ends of salt and hash there are other spellings of the same 16 bytes.
   for (const std::size_t at : {0U, 8U, 13U, 28U, 29U, 50U, 51U, 52U, 73U}) {
     for (const char c : {'A', 'B', 'Q', 'g', 'x', '=', '$', ' '}) (texts.emplace_back(good))[at] = c;
