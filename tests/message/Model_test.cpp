@@ -55,14 +55,11 @@ TEST(Model, LogsItsProperties) {
 TEST(Model, FirstFaultIsReportedAndCanBeMended) {
   using Plugin = WatcherPlugin;
   const std::pair<void (*)(Plugin&), const char*> rows[] = {
-      {[](Plugin& p) { p.root.m_version = ""; }, "4 version is required parameter."},
       {[](Plugin& p) { p.spare.m_moduleName = ""; }, "4 moduleName is required parameter."},
       {[](Plugin& p) { p.camera.m_moduleName = "a b"; }, "1 Invalid moduleName format: \"a b\""},
       {[](Plugin& p) { p.overheat.m_name = ""; }, "3 name is required parameter."},
-      {[](Plugin& p) { p.reboot.m_name = "1"; }, "1 Invalid name format: \"1\""},
       {[](Plugin& p) { p.motion.m_displayCategory = "a b"; }, "1 Invalid displayCategory format: \"a b\""},
       {[](Plugin& p) { p.fps.m_displayUnit = ""; }, "4 displayUnit is required parameter."},
-      {[](Plugin& p) { p.power.m_displayType = ""; }, "4 displayType is required parameter."},
       {[](Plugin& p) { p.lenses.m_name = "a.b"; }, "1 Invalid name format: \"a.b\""},
   };
   Plugin sound, spoiled;

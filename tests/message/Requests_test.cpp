@@ -39,7 +39,6 @@ TEST(Requests, AreBuiltFromWhateverIsGiven) {
       {Alerts::CreateAlarmsParamsObj("g", "", cJSON_CreateNull()),
        R"({"epoch":"NOW","appGUID":"g","moduleName":"","alarms":null})"},
       {Acks::CreateCommandAcksItemJson("n", cJSON_CreateTrue()), R"({"name":"n","result":true})"},
-      {Local::CreateCommandsItemJson("", cJSON_CreateArray()), R"({"name":"","params":[]})"},
   };
   for (const auto& row : rows) EXPECT_EQ(Stamped(row.tree), row.text);
 }
