@@ -55,16 +55,11 @@ TEST(Items, HaveLimitsThatAreCheckedInOrder) {
 
   EXPECT_EQ(Value("n", 999999999999999.9), "nothing");
   EXPECT_EQ(Value(nullptr, 1e20), "3 name is NULL");
+  EXPECT_EQ(CPluginUtil::GetNumberDigitsCount(0.999999), 0);
+  EXPECT_EQ(CPluginUtil::GetNumberDigitsCount(1e15), 16);
   const std::string tail = " exceeds at most fifteen digits limitation.";
   EXPECT_EQ(Value("n", -1234567890123456.0), "3 The number -1.23457e+15" + tail);
   EXPECT_EQ(Value("n", std::numeric_limits<double>::infinity()), "3 The number inf" + tail);
-}
-
-TEST(Items, DigitsAreCountedByRepeatedDivision) {
-  const double values[] = {0, -0.3, std::nan(""), 0.999999, 1, 9.99, 10, -123., 1e14, 1e15, 1e22, HUGE_VAL};
-  std::string counts;
-  for (const double value : values) counts += std::to_string(CPluginUtil::GetNumberDigitsCount(value)) + " ";
-  EXPECT_EQ(counts, "0 0 0 0 1 1 2 3 15 16 23 309 ");
 }
 
 // The way a stream would do it defines the result bit for bit.

@@ -46,7 +46,6 @@ TEST(LocalCommandModel, FirstArgumentsStayAndAFailedBuildLeavesNoRequest) {
     std::string thrown;
   } rows[] = {{"v2", "key", 512, "nothing"},
               {nullptr, "key", 0, nullText},
-              {"v2", nullptr, 513, nullText},
               {"v2", "", 513, "2 The length of \"tttt"},
               {"v2", "", 0, "6 AccessKey is missing."}};
   for (const auto& row : rows) {

@@ -36,19 +36,6 @@ TEST(Model, OddPropertiesAreWrittenAsTheyAlwaysWere) {
   }
 }
 
-TEST(Model, LogsItsProperties) {
-  WatcherPlugin plugin;
-  plugin.camera.m_properties = {&plugin.lamp, &plugin.zones};
-  plugin.root.m_modules = {&plugin.camera};
-  std::string lines;
-  for (const std::string& line : Logged([&] { plugin.Build(); }))
-    lines += line.substr(line.find("| ") + 2) + "; ";
-  EXPECT_EQ(lines,
-            "properties, displayType: displayOn; properties, displayType: valueFromProperty; property: "
-            "defaultValue; value: door; property: displayValues; value: door; value: yard; property: x; "
-            "value: y; ");
-}
-
 // Faults are added from the last check to the first, so that each is found before all that were added
 // earlier. Mending the model is enough to build the request, with the builder that the failed call left
 // behind.
@@ -58,9 +45,7 @@ TEST(Model, FirstFaultIsReportedAndCanBeMended) {
       {[](Plugin& p) { p.spare.m_moduleName = ""; }, "4 moduleName is required parameter."},
       {[](Plugin& p) { p.camera.m_moduleName = "a b"; }, "1 Invalid moduleName format: \"a b\""},
       {[](Plugin& p) { p.overheat.m_name = ""; }, "3 name is required parameter."},
-      {[](Plugin& p) { p.motion.m_displayCategory = "a b"; }, "1 Invalid displayCategory format: \"a b\""},
       {[](Plugin& p) { p.fps.m_displayUnit = ""; }, "4 displayUnit is required parameter."},
-      {[](Plugin& p) { p.lenses.m_name = "a.b"; }, "1 Invalid name format: \"a.b\""},
   };
   Plugin sound, spoiled;
   for (const auto& [spoil, thrown] : rows) {

@@ -24,12 +24,8 @@ TEST(RegistrationItems, KeysStandInOrder) {
   const std::pair<cJSON*, std::string> rows[] = {
       {Builder::CreateUpdateCommandsItemJson("n", "N", "D", kNone, Json("[1]").release(), cJSON_CreateTrue()),
        R"("n","displayName":"N","description":"D","type":"asynchronous","params":[1],"displayOnProperty":true})"},
-      {CommandParam("datetime", true, "", kNoTree, ""),
-       R"("p","displayType":"datetime","displayFormat":"","required":true})"},
       {CommandParam("switch", true, kNone, Json("[1]").release(), "unused"),
        R"("p","displayType":"switch","displayValues":[1],"required":true})"},
-      {CommandParam("valueFromProperty", true, kNone, kNoTree, ""),
-       R"("p","displayType":"valueFromProperty","valueFromProperty":"","required":true})"},
       {CommandParam("", "text", true, kNone, kNoTree, ""),
        R"("p","displayType":"text","required":true,"defaultValue":""})"},
       {CommandParam(2.5, "text", true, kNone, kNoTree, ""),
