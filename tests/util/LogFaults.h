@@ -6,6 +6,6 @@ namespace faults {
 
 extern bool noMemory;      ///< new (std::nothrow) fails
 extern bool noSignalFlag;  ///< pwritev2 does not know its flag against SIGPIPE
-extern bool slowDisk;      ///< fsync takes a millisecond
+extern bool slowDisk;      ///< fsync takes five milliseconds
 
 }  // namespace faults
