@@ -329,6 +329,7 @@ TEST_F(LogThreads, EveryLineOnceWhileEverythingChanges) {
 TEST_F(LogThreads, ForkedChildLogsToo) {
   constexpr int kChildren = 20;
   Run([] {
+    UTL_LOGSetMax(10 * kLogSwitchSize);  // keeps all when a full ring is flushed
     Print("opens a file");
     ASSERT_EQ(UTL_LOGSetEnableInMemoryLogging(true, getpid()), 0);  // off in the children
     std::atomic<bool> stop{false};
