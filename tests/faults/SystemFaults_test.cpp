@@ -79,11 +79,9 @@ std::string InChild(
 
 TEST(SystemFaults, EachSystemCallFailsWithEachErrorAndAtEachPlace) {
   constexpr int kUnknown = 200;
-  const int errors[] = {
-      kOdd,  EINTR,  EIO,   ENOSPC, ENOMEM, EACCES, EMFILE,   EAGAIN, ENOENT, EEXIST, EROFS,
-      EFBIG, EDQUOT, ENXIO, EISDIR, EBADF,  EPIPE,  kUnknown, ENOSYS, EINVAL, EPERM};  // the last ones make
-                                                                                       // the facility do
-                                                                                       // without pwritev2
+  // The last ones make the facility do without pwritev2.
+  const int errors[] = {kOdd,  EINTR,  EIO,   ENOSPC, ENOMEM, EACCES, EMFILE,   EAGAIN, ENOENT, EEXIST, EROFS,
+                        EFBIG, EDQUOT, ENXIO, EISDIR, EBADF,  EPIPE,  kUnknown, ENOSYS, EINVAL, EPERM};
   const struct {
     const char* call;
     bool isTranslated;
@@ -99,12 +97,10 @@ TEST(SystemFaults, EachSystemCallFailsWithEachErrorAndAtEachPlace) {
       for (const int error : errors) {
         const bool inTurn = error == kOdd || error == kUnknown;
         for (int nth = 0, reached = nth; nth <= reached; nth = inTurn ? nth + 1 : reached + 1) {
-          {
-            faults::current = {row.call, error, nth};
-            UseEverything("in vain", ringId);
-            reached = faults::current.seen;
-            faults::current = {};
-          }
+          faults::current = {row.call, error, nth};
+          UseEverything("in vain", ringId);
+          reached = faults::current.seen;
+          faults::current = {};
           const std::string name = std::to_string(error) + " at " + std::to_string(nth);
           UseEverything(name, ringId);
           SCOPED_TRACE(name);
