@@ -19,7 +19,8 @@ trap 'rm -rf "$work"' EXIT
 
 # Types of the standard library count by name and size. Those of the inside are left out. The label is what
 # makes libabigail keep a member of such a type and hide only what is in the type.
-label='Artificial private types suppression speci'fication  # spelled as libabigail spells it
+label='Artificial private types suppression speci'
+label+=fication  # the whole as libabigail spells it
 cat >"$work/opaque.supp" <<END
 [suppress_type]
   label = $label
