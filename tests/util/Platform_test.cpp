@@ -1,8 +1,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <cerrno>
@@ -17,7 +15,7 @@
 namespace {
 
 // clang-format off
-constexpr int kPairs[][2] = {
+const std::map<int, int> kCodes = {
     {0, 0}, {ENOMEM, -9000}, {EPERM, -9001}, {EINTR, -9002}, {EIO, -9003}, {EBADF, -9004}, {EAGAIN, -9005},
     {EBUSY, -9006}, {EINPROGRESS, -9006}, {EINVAL, -9007}, {EDEADLK, -9008}, {ENFILE, -9009}, {EMFILE, -9009},
     {ECONNRESET, -9010}, {EDESTADDRREQ, -9011}, {EFAULT, -9012}, {EISCONN, -9013}, {EMSGSIZE, -9014},
@@ -30,30 +28,21 @@ constexpr int kPairs[][2] = {
 // clang-format on
 
 TEST(ErrorCodes, EveryErrnoHasItsCodeAndTheUnknownOnesAreLogged) {
-  std::map<int, int> codes = {{-2147483647 - 1, -9099}, {-1, -9099}, {2147483647, -9099}};
-  for (int value = 0; value <= 200; ++value) {
-    codes[value] = -9099;
-  }
-  for (const auto& [value, code] : kPairs) {
-    codes[value] = code;
-  }
-  const auto result = logtest::RunInChild([&] {
-    for (const auto& [value, code] : codes) {
-      EXPECT_EQ(VPLError_XlatErrno(value), code) << value;
+  const auto result = logtest::RunInChild([] {
+    UTL_LOGInit("errors", nullptr);
+    for (int value = -1; value <= 200; ++value) {
+      EXPECT_EQ(VPLError_XlatErrno(value), kCodes.count(value) == 0 ? -9099 : kCodes.at(value)) << value;
     }
   });
   logtest::ExpectCleanExit(result);
-  auto messages = logtest::Messages(result.out);
-  ASSERT_FALSE(messages.empty());
-  messages.erase(messages.begin());  // the facility's own note
   std::vector<std::string> expected;
-  for (const auto& [value, code] : codes) {
-    if (code == -9099) {
+  for (int value = -1; value <= 200; ++value) {
+    if (kCodes.count(value) == 0) {
       expected.push_back("!!WRN!!|Converting unknown error code " + std::to_string(value) +
                          " to VPL_ERR_FAIL.");
     }
   }
-  EXPECT_EQ(messages, expected);
+  EXPECT_EQ(logtest::Messages(result.out), expected);
 }
 
 int MakeFile(const std::string& path) {
@@ -97,9 +86,7 @@ TEST(Files, RefusalsAndFailuresHaveTheirCodes) {
   }
   EXPECT_EQ(mapped, &byte);
   EXPECT_EQ(UTLFile_Close(fd), 0);
-  EXPECT_EQ(UTLFile_Close(fd), -9004);
-  EXPECT_FALSE(UTLFile_IsValidHandle(-1));
-  EXPECT_TRUE(UTLFile_IsValidHandle(0));
+  EXPECT_TRUE(UTLFile_IsValidHandle(0) && !UTLFile_IsValidHandle(-1));
 }
 
 TEST(Files, TheSecondProcessWaitsInItsOpenUntilTheFirstCloses) {
@@ -107,18 +94,16 @@ TEST(Files, TheSecondProcessWaitsInItsOpenUntilTheFirstCloses) {
   const std::string path = directory.path() + "/file";
   const int fd = MakeFile(path);
   EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC);
-  int ends[2];
-  ASSERT_EQ(pipe(ends), 0);
   const pid_t child = fork();
   if (child == 0) {
-    const bool opened = UTLFile_Open(path.c_str(), O_WRONLY, 0) >= 0;
-    _exit(opened && write(ends[1], "o", 1) == 1 ? 0 : 1);
+    _exit(UTLFile_Open(path.c_str(), O_WRONLY, 0) >= 0 ? 0 : 1);
   }
-  pollfd opened{ends[0], POLLIN, 0};
-  EXPECT_EQ(poll(&opened, 1, 300), 0);
+  int status = -1;
+  usleep(300000);
+  EXPECT_EQ(waitpid(child, &status, WNOHANG), 0);
   EXPECT_EQ(UTLFile_Close(fd), 0);
-  EXPECT_EQ(poll(&opened, 1, 10000), 1);
-  waitpid(child, nullptr, 0);
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
 }
 
 TEST(Files, StatTellsKindsSizesAndTimes) {
@@ -126,25 +111,23 @@ TEST(Files, StatTellsKindsSizesAndTimes) {
   const std::string base = directory.path() + "/";
   const int fd = MakeFile(base + "file");
   const timespec times[2] = {{100, 1999}, {-1, 500000000}};
-  ASSERT_EQ(futimens(fd, times) + mkfifo((base + "fifo").c_str(), 0600), 0);
-  ASSERT_EQ(symlink("file", (base + "link").c_str()) + symlink("dangling", (base + "loose").c_str()), 0);
+  ASSERT_EQ(futimens(fd, times) + symlink("dangling", (base + "link").c_str()), 0);
   UTLFS_stat_t record{};
   struct {
-    const char* name;
+    std::string path;
     std::uint32_t type;
     bool isSymLink;
-    std::int64_t size;  // -1: any
-  } const rows[] = {{".", 1, false, -1},
-                    {"fifo", 2, false, 0},
-                    {"link", 2, true, 5},
-                    {"loose", 2, true, 8},
-                    {"file", 0, false, 5}};
+    std::int64_t size;
+  } const rows[] = {{"/proc", 1, false, 0},
+                    {"/dev/null", 2, false, 0},
+                    {base + "link", 2, true, 8},
+                    {base + "file", 0, false, 5}};
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
-    EXPECT_EQ(UTLFS_Stat((base + row.name).c_str(), &record), 0);
+    SCOPED_TRACE(row.path);
+    EXPECT_EQ(UTLFS_Stat(row.path.c_str(), &record), 0);
     EXPECT_EQ(record.type, row.type);
     EXPECT_EQ(record.isSymLink, row.isSymLink);
-    EXPECT_TRUE(row.size < 0 || record.size == row.size) << record.size;
+    EXPECT_EQ(record.size, row.size);
   }
   EXPECT_EQ(record.atime, 100);
   EXPECT_EQ(record.atimeUsec, 100000001);
@@ -186,18 +169,16 @@ TEST(SharedMemory, IsSizedMappedAndRemoved) {
 }
 
 TEST(CalendarTime, IsTheLocalTimeOfNow) {
-  logtest::ExpectCleanExit(logtest::RunInChild([] {
-    setenv("TZ", "XYZ-13:45", 1);  // far from UTC, so that a mix-up shows
-    tzset();
-    const time_t before = time(nullptr);
-    UTLTime_CalendarTime now{};
-    UTLTime_GetCalendarTimeLocal(nullptr);
-    UTLTime_GetCalendarTimeLocal(&now);
-    std::tm local{now.sec, now.min, now.hour, now.day, now.month - 1, now.year - 1900, 0, 0, 0, 0, nullptr};
-    const time_t told = mktime(&local);
-    EXPECT_TRUE(before <= told && told <= time(nullptr)) << told - before;
-    EXPECT_EQ(now.msec, now.usec / 1000);
-  }));
+  setenv("TZ", "XYZ-13:45", 1);  // far from UTC, so that a mix-up shows
+  tzset();
+  const time_t before = time(nullptr);
+  UTLTime_CalendarTime now{};
+  UTLTime_GetCalendarTimeLocal(nullptr);
+  UTLTime_GetCalendarTimeLocal(&now);
+  std::tm local{now.sec, now.min, now.hour, now.day, now.month - 1, now.year - 1900, 0, 0, 0, 0, nullptr};
+  const time_t told = mktime(&local);
+  EXPECT_TRUE(before <= told && told <= time(nullptr)) << told - before;
+  EXPECT_EQ(now.msec, now.usec / 1000);
 }
 
 }  // namespace
