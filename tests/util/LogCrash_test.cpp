@@ -23,78 +23,43 @@ std::string MessageOf(std::size_t thread, int number) {
   return message.append(static_cast<std::size_t>(number % 97), static_cast<char>('a' + number % 26)) + ".";
 }
 
-[[noreturn]] void LogUntilKilled(const std::string& root, int id, Completed& completed) {
+void LogUntilKilled(const std::string& root, int id, Completed& completed) {
   UTL_LOGInit("crash", root.c_str());
   UTL_LOGSetWriteToStdout(false);
   UTL_LOGPrint(UTL_LOG_INFO, "crash", 1, "F", "opens the file");
   UTL_LOGSetEnableInMemoryLogging(true, id);
-  const auto log = [&completed](std::size_t t) {
-    for (int number = 0;; ++number) {
-      UTL_LOGPrint(UTL_LOG_INFO, "crash", 1, "F", "%s", MessageOf(t, number).c_str());
-      completed[t] = number + 1;
-    }
-  };
-  std::thread(log, 0).detach();
-  std::thread(log, 1).detach();
-  std::thread(log, 2).detach();
-  log(3);
-  std::abort();
+  for (std::size_t t = 0; t < kThreads; ++t) {
+    std::thread([&completed, t] {
+      for (int number = 0;; ++number) {
+        UTL_LOGPrint(UTL_LOG_INFO, "crash", 1, "F", "%s", MessageOf(t, number).c_str());
+        completed[t] = number + 1;
+      }
+    }).detach();
+  }
+  ::pause();
 }
 
-bool LacksItsFront(const ringtool::Reading& reading) {
-  return static_cast<std::int64_t>(reading.contents.size()) < reading.state.bytesStored;
-}
-
-// Every line but a cut first one is whole and right, and each thread's numbers follow one another. `next`
-// holds how far they got, 0 where its lines are overwritten.
-void ExpectWholeLines(const ringtool::Reading& reading, std::array<int, kThreads>& next) {
+// Every line but a cut first one is whole and right, each thread's numbers follow one another, and its last
+// line is the last completed one, or the one after it, whose storing ended just before its thread did.
+void ExpectWholeLines(const ringtool::Reading& reading, const Completed& completed) {
+  const bool lacksFront = static_cast<std::int64_t>(reading.contents.size()) < reading.state.bytesStored;
   const std::string position = "|crash:1:F| ";
+  std::array<int, kThreads> next = {};  // 0 as well where all lines of a thread are overwritten
   std::size_t begin = reading.frontCut ? reading.contents.find('\n') + 1 : 0;
   for (std::size_t end = 0; begin < reading.contents.size(); begin = end + 1) {
     end = reading.contents.find('\n', begin);
     const std::string line = reading.contents.substr(begin, end - begin);
     std::size_t t = kThreads;
     int number = 0;
-    ASSERT_EQ(std::sscanf(line.c_str(), "%*15[0-9:.] INFO  |%*u|crash:1:F| thread %zu line %d", &t, &number),
-              2)
-        << line;
-    ASSERT_TRUE(t < kThreads && line.substr(line.find(position) + position.size()) == MessageOf(t, number))
-        << line;
-    ASSERT_TRUE(number == next[t] || (LacksItsFront(reading) && next[t] == 0))
-        << line << " after " << next[t];
+    std::sscanf(line.c_str(), "%*15[0-9:.] INFO  |%*u|crash:1:F| thread %zu line %d", &t, &number);
+    ASSERT_LT(t, kThreads) << line;
+    ASSERT_EQ(line.substr(line.find(position) + position.size()), MessageOf(t, number));
+    ASSERT_TRUE(number == next[t] || (lacksFront && next[t] == 0)) << line << " after " << next[t];
     next[t] = number + 1;
   }
-}
-
-void RunAndKill(const std::string& root, const logtest::TestRing& ring, Completed& completed,
-                int microseconds) {
-  std::fill(completed.begin(), completed.end(), 0);
-  const pid_t child = ::fork();
-  if (child == 0) {
-    LogUntilKilled(root, ring.id, completed);
-  }
-  for (int i = 0; i < 20000 && completed[3] == 0; ++i) {
-    ::usleep(500);
-  }
-  ::usleep(static_cast<useconds_t>(microseconds));
-  if (microseconds > 3000) {  // a long run: others may look into a living ring too
-    std::array<int, kThreads> seen = {};
-    ExpectWholeLines(ring.Read(), seen);
-  }
-  ::kill(child, SIGKILL);
-  int status = 0;
-  ::waitpid(child, &status, 0);
-  ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
-}
-
-// The last line of each thread is the last completed one, or the one after it, whose storing ended just
-// before its thread did.
-void ExpectAllCompletedLines(const ringtool::Reading& reading, const Completed& completed) {
-  std::array<int, kThreads> next = {};
-  ExpectWholeLines(reading, next);
   for (std::size_t t = 0; t < kThreads; ++t) {
     const int ahead = next[t] - completed[t];
-    EXPECT_TRUE(ahead == 0 || ahead == 1 || (LacksItsFront(reading) && next[t] == 0)) << ahead;
+    EXPECT_TRUE(ahead == 0 || ahead == 1 || (lacksFront && next[t] == 0)) << ahead;
   }
 }
 
@@ -116,19 +81,30 @@ TEST(LogCrash, AKilledProcessLeavesEveryCompletedLineOrSaysThatOneWasBeingStored
   void* shared =
       ::mmap(nullptr, sizeof(Completed), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   ASSERT_NE(shared, MAP_FAILED);
-  auto& completed = *new (shared) Completed{};
   std::mt19937 random(std::random_device{}());
   int whole = 0;
   for (int i = 0; i < kKills && !HasFailure(); ++i) {
     SCOPED_TRACE(i);
     const logtest::TestRing ring;
-    RunAndKill(root.path(), ring, completed, static_cast<int>(random() % (i % 8 == 0 ? 30000 : 3000)));
+    auto& completed = *new (shared) Completed{};
+    const pid_t child = ::fork();
+    if (child == 0) {
+      LogUntilKilled(root.path(), ring.id, completed);
+    }
+    for (int wait = 0; wait < 20000 && completed[3] == 0; ++wait) {
+      ::usleep(500);
+    }
+    ::usleep(static_cast<useconds_t>(random() % (i % 8 == 0 ? 30000 : 3000)));
+    ::kill(child, SIGKILL);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
     const ringtool::Reading reading = ring.Read();
     if (reading.verdict == ringtool::HeaderVerdict::kBeingChanged) {
       continue;
     }
     ASSERT_EQ(reading.verdict, ringtool::HeaderVerdict::kConsistent);
-    ExpectAllCompletedLines(reading, completed);
+    ExpectWholeLines(reading, completed);
     if (++whole % 20 == 0) {
       ExpectNextRunWrites(root.path(), ring.id, reading.contents);
     }

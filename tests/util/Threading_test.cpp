@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 
-#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <climits>
@@ -62,20 +61,6 @@ TEST(Mutex, BelongsToOneThreadUntilAsManyUnlocksAsLocks) {
   EXPECT_EQ(UTLMutex_LockedSelf(mutex), 1);
   EXPECT_EQ(UTLMutex_Unlock(mutex), 0);
   EXPECT_EQ(UTLMutex_Unlock(mutex), -9001);
-
-  int counter = 0;
-  const auto count = [&] {
-    for (int round = 0; round < 5000; ++round) {
-      UTLMutex_Lock(mutex);
-      counter += UTLMutex_LockedSelf(mutex);
-      UTLMutex_Unlock(mutex);
-    }
-    return 0;
-  };
-  auto other = std::async(std::launch::async, count);
-  count();
-  other.wait();
-  EXPECT_EQ(counter, 10000);
 }
 
 TEST(RWLock, SharesReadersAndExcludesWriters) {
@@ -116,17 +101,15 @@ TEST(TimedWait, GivesTheMutexBackAndHoldsItAsBeforeInTheEnd) {
     do {
       code = UTLCond_TimedWait(&locks.cond, &locks.mutex, row.timeout);
     } while (code == 0 && !woken);
-    const auto waited = std::chrono::steady_clock::now() - start;
+    const auto waited = (std::chrono::steady_clock::now() - start) / std::chrono::milliseconds(1);
     EXPECT_EQ(code, row.code);
-    EXPECT_GE(waited, std::chrono::milliseconds(row.leastMs));
-    EXPECT_LT(waited, std::chrono::milliseconds(row.leastMs + 5000));
+    EXPECT_TRUE(waited >= row.leastMs && waited < row.leastMs + 5000) << waited;
     EXPECT_EQ(UTLMutex_Unlock(&locks.mutex) + UTLMutex_Unlock(&locks.mutex), 0);
     EXPECT_EQ(UTLMutex_Unlock(&locks.mutex), -9001);
   }
 }
 
 constexpr UTLDetachableThreadHandle_t kStale = 1;
-constexpr std::uint32_t kCreatorsLevel = 0xFFFFFFFF;
 
 struct Creation {
   const char* name;
@@ -143,7 +126,7 @@ const Creation kCreations[] = {
     {"defaults", true, true, false, false, 1, 10, 0, "2097152", 0, 0},
     {"defaults without handle", true, false, false, false, 1, 10, -9007, "", 0, 0},
     {"no function", false, true, false, false, 1, 10, -9007, "", 0, 0},
-    {"joinable", true, true, true, false, 0, kCreatorsLevel, 0, "2097152", 0, 0},
+    {"joinable", true, true, true, false, 0, 0xFFFFFFFF, 0, "2097152", 0, 0},
     {"joinable without handle", true, false, true, false, 0, 0, -9007, "", 0, 0},
     {"detached", true, true, true, true, 1048576, 0, 0, "1048576", 0, 0},
     {"detached without handle", true, false, true, true, 1048576, 0, 0, "1048576", 0, 0},
@@ -156,7 +139,7 @@ const Creation kCreations[] = {
 struct Seen {
   sched_param parameter{};
   int level = -1;
-  std::atomic<bool> done{false};
+  std::promise<void> done;
 };
 
 void* Look(void* argument) {
@@ -164,7 +147,7 @@ void* Look(void* argument) {
   int policy = 0;
   pthread_getschedparam(pthread_self(), &policy, &seen->parameter);
   seen->level = UTLThread_GetSchedPriority();
-  seen->done = true;
+  seen->done.set_value();
   return nullptr;
 }
 
@@ -185,9 +168,7 @@ void CreateAndJudge(const Creation& row) {
   if (code != 0) {
     return;
   }
-  while (!seen.done) {
-    sched_yield();
-  }
+  seen.done.get_future().wait();
   EXPECT_EQ(seen.parameter.sched_priority, row.priority);
   EXPECT_EQ(seen.level, row.readBack);
   if (!row.detached) {
@@ -198,13 +179,13 @@ void CreateAndJudge(const Creation& row) {
 
 TEST(Threads, AreCreatedAsAskedForOrRefused) {
   const auto result = logtest::RunInChild([] {
+    UTL_LOGInit("threads", nullptr);
     for (const Creation& row : kCreations) {
       CreateAndJudge(row);
     }
   });
   logtest::ExpectCleanExit(result);
-  std::vector<std::string> expected = {
-      "!!WRN!!|NOTE: Please call LOGInit() before other any log functions to avoid race conditions!"};
+  std::vector<std::string> expected;
   for (const Creation& row : kCreations) {
     if (*row.loggedSize != '\0') {
       expected.push_back(std::string(" INFO  |Creating thread with stack size = ") + row.loggedSize);
@@ -214,13 +195,13 @@ TEST(Threads, AreCreatedAsAskedForOrRefused) {
 }
 
 TEST(Threads, RefuseNullAndJoiningOneself) {
+  UTLDetachableThreadHandle_t handle = pthread_self();
+  EXPECT_EQ(UTLDetachableThread_Join(&handle), -9008);
+  EXPECT_EQ(handle, pthread_self());
   for (int code : {UTLThread_AttrInit(nullptr), UTLThread_AttrSetStackSize(nullptr, 1),
                    UTLThread_AttrDestroy(nullptr), UTLDetachableThread_Join(nullptr)}) {
     EXPECT_EQ(code, -9007);
   }
-  UTLDetachableThreadHandle_t handle = pthread_self();
-  EXPECT_EQ(UTLDetachableThread_Join(&handle), -9008);
-  EXPECT_EQ(handle, pthread_self());
 }
 
 }  // namespace
