@@ -108,6 +108,15 @@ def dead_links():
                 yield f"{name(document)}: {link}"
 
 
+def unknown_tests():
+    """Tests that the table of what is withstood names."""
+    known = {".".join(test) for p in sources("tests")
+             for test in re.findall(r"^TEST(?:_F)?\((\w+), (\w+)\)", p.read_text(), re.M)}
+    for test in re.findall(r"`([A-Z]\w+\.[A-Z]\w+)`", (ROOT / "docs/reliability.md").read_text()):
+        if test not in known:
+            yield f"docs/reliability.md: {test}"
+
+
 RULES = [
     *forbidden(),
     ("a position in the log names an existing source, without its ending", positions()),
@@ -115,6 +124,7 @@ RULES = [
     ("headers are guarded, public or internal, and say their thread-safety", headers()),
     ("a source that no CMakeLists.txt names is neither built nor run", unlisted_sources()),
     ("links inside the documents lead somewhere", dead_links()),
+    ("a claim of reliability names a test that exists", unknown_tests()),
 ]
 
 broken = 0
