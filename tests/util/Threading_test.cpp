@@ -25,7 +25,7 @@ struct Locks {
   int Init() { return UTLMutex_Init(&mutex) + UTLCond_Init(&cond); }
 };
 
-TEST(Locks, RefuseWhatIsNotInitialised) {
+TEST(Threading, RefusesNullAndWhatIsNotInitialised) {
   Locks ready{}, zeroed{}, destroyed{};
   ASSERT_EQ(ready.Init() + destroyed.Init(), 0);
   EXPECT_EQ(ready.mutex.marker, 0x476f6f64U);
@@ -45,7 +45,9 @@ TEST(Locks, RefuseWhatIsNotInitialised) {
   }
   for (int code : {UTLMutex_Init(nullptr), UTLCond_Init(nullptr), UTLSlimRWLock_Init(nullptr),
                    UTLSlimRWLock_LockRead(nullptr), UTLSlimRWLock_UnlockRead(nullptr),
-                   UTLSlimRWLock_LockWrite(nullptr), UTLSlimRWLock_UnlockWrite(nullptr)}) {
+                   UTLSlimRWLock_LockWrite(nullptr), UTLSlimRWLock_UnlockWrite(nullptr),
+                   UTLThread_AttrInit(nullptr), UTLThread_AttrSetStackSize(nullptr, 1),
+                   UTLThread_AttrDestroy(nullptr), UTLDetachableThread_Join(nullptr)}) {
     EXPECT_EQ(code, -9007);
   }
 }
@@ -56,6 +58,7 @@ TEST(Mutex, BelongsToOneThreadUntilAsManyUnlocksAsLocks) {
   UTLMutex* const mutex = &locks.mutex;
   EXPECT_EQ(UTLMutex_Lock(mutex) + UTLMutex_Lock(mutex) + UTLMutex_Unlock(mutex), 0);
   EXPECT_EQ(OnOtherThread(UTLMutex_LockedSelf, mutex), 0);
+  EXPECT_EQ(OnOtherThread(pthread_mutex_trylock, &mutex->mutex), EBUSY);
   EXPECT_EQ(OnOtherThread(UTLMutex_Unlock, mutex), -9001);
   EXPECT_EQ(OnOtherThread(UTLCond_TimedWait, &locks.cond, mutex, ULONG_MAX), -9001);
   EXPECT_EQ(UTLMutex_LockedSelf(mutex), 1);
@@ -178,6 +181,8 @@ void CreateAndJudge(const Creation& row) {
 }
 
 TEST(Threads, AreCreatedAsAskedForOrRefused) {
+  UTLDetachableThreadHandle_t self = pthread_self();
+  EXPECT_EQ(UTLDetachableThread_Join(&self), -9008);
   const auto result = logtest::RunInChild([] {
     UTL_LOGInit("threads", nullptr);
     for (const Creation& row : kCreations) {
@@ -192,16 +197,6 @@ TEST(Threads, AreCreatedAsAskedForOrRefused) {
     }
   }
   EXPECT_EQ(logtest::Messages(result.out), expected);
-}
-
-TEST(Threads, RefuseNullAndJoiningOneself) {
-  UTLDetachableThreadHandle_t handle = pthread_self();
-  EXPECT_EQ(UTLDetachableThread_Join(&handle), -9008);
-  EXPECT_EQ(handle, pthread_self());
-  for (int code : {UTLThread_AttrInit(nullptr), UTLThread_AttrSetStackSize(nullptr, 1),
-                   UTLThread_AttrDestroy(nullptr), UTLDetachableThread_Join(nullptr)}) {
-    EXPECT_EQ(code, -9007);
-  }
 }
 
 }  // namespace
