@@ -43,7 +43,7 @@ if [ -z "$bin" ]; then
     cat "$work/build.log" >&2
     exit 1
   fi
-  bin=$build/examples
+  bin=$build/examples/host_monitor
 fi
 
 # 2. Secrets, in files: a command line can be read by every user of the machine.

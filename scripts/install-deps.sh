@@ -5,6 +5,9 @@
 #   scripts/install-deps.sh check      ... and what the slower checks of CI need
 #   scripts/install-deps.sh bench      ... and the peers that the benchmarks compare with
 #   scripts/install-deps.sh fuzz       ... and clang with its fuzzing runtime
+#   scripts/install-deps.sh mqtt       ... and what the example over MQTT and its test need
+#   scripts/install-deps.sh docs       ... and what the reference is made with
+#   scripts/install-deps.sh package    ... and what Debian packages are made and tried with
 # Groups may be combined.
 set -euo pipefail
 
@@ -17,7 +20,10 @@ for group in "$@"; do
       ;;
     bench) packages+=(libbenchmark-dev libspdlog-dev nlohmann-json3-dev rapidjson-dev python3) ;;
     fuzz) packages+=(clang libclang-rt-14-dev) ;;
-    *) echo "install-deps.sh: unknown group '$group' (known: check, bench, fuzz)" >&2; exit 2 ;;
+    mqtt) packages+=(libmosquitto-dev mosquitto) ;;
+    docs) packages+=(doxygen graphviz python3) ;;
+    package) packages+=(dpkg-dev debootstrap file) ;;
+    *) echo "install-deps.sh: unknown group '$group' (known: check, bench, fuzz, mqtt, docs, package)" >&2; exit 2 ;;
   esac
 done
 
