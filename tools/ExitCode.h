@@ -4,6 +4,6 @@
 
 enum ExitCode {
   kDone = 0,
-  kNotConsistent = 1,  ///< what was looked at cannot be relied on
-  kCannotRun = 2       ///< wrong arguments, or nothing there to look at
+  kVerdictNo = 1,  ///< what was looked at is not right, or cannot be relied on
+  kCannotRun = 2   ///< wrong arguments, or nothing there to look at
 };

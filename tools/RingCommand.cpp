@@ -93,7 +93,7 @@ ExitCode List() {
 ExitCode Show(const std::string& name, const RingSegment& segment, const Options& options) {
   if (segment.Bytes() == nullptr) {
     std::cerr << name << ": " << segment.Problem() << "\n";
-    return segment.TooShort() ? kNotConsistent : kCannotRun;
+    return segment.TooShort() ? kVerdictNo : kCannotRun;
   }
   const Reading reading = ringtool::ReadRing(segment.Bytes());
   std::cout << name << ": " << Summary(reading) << "\n" << std::flush;
@@ -103,7 +103,7 @@ ExitCode Show(const std::string& name, const RingSegment& segment, const Options
     PrintLines(reading.contents, reading.frontCut);
   }
   if (reading.verdict != HeaderVerdict::kConsistent) {
-    return kNotConsistent;
+    return kVerdictNo;
   }
   if (options.follow) {
     Follow(segment, reading);

@@ -5,13 +5,22 @@
 #include <exception>
 
 #include "ExitCode.h"
+#include "PluginSDK_version.h"
 #include "RingCommand.h"
+#include "Utl_Log.h"
 
 namespace {
 
+// Standard output is for answers. What the library would log of a rejected text is part of ours.
+void SilenceTheLog(const char* program) {
+  UTL_LOGInit(program, nullptr);
+  UTL_LOGSetWriteToStdout(false);
+}
+
 ExitCode RunTool(int argc, char** argv) {
+  SilenceTheLog(argv[0]);
   CLI::App app("Looks after plugins that use PluginSDK", "pluginsdk");
-  app.set_version_flag("--version", PLUGINSDK_VERSION);
+  app.set_version_flag("--version", PLUGINSDK_VERSION_STRING);
   app.require_subcommand(1);
   ExitCode exitCode = kDone;
   AddRingCommand(app, exitCode);
