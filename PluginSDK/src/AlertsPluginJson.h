@@ -61,7 +61,7 @@ class PLUGINSDK_API CAlertsPluginJson final : public CBasePluginObject {
 /// Owns the trees in m_modules and cannot be copied. Concurrent const use only.
 class PLUGINSDK_API CAlarmUpdatePluginJson {
  public:
-  std::string m_accessKey;
+  std::string m_accessKey;        ///< as given; signatures are verified with it
   std::string m_reserved1;        ///< not used
   std::string m_reserved2;        ///< not used
   std::string m_alarmVersion;     ///< "params"."version"; empty when it is no text
@@ -73,9 +73,13 @@ class PLUGINSDK_API CAlarmUpdatePluginJson {
   CAlarmUpdatePluginJson(char const* jsonText, std::string accessKey);
   /// The same within limits on what the verification may cost and accept.
   CAlarmUpdatePluginJson(char const* jsonText, std::string accessKey, const VerificationLimits& limits);
+  /// Deletes the trees in m_modules, and with them what GetAlarms and GetAlarmsUpdateEpochTime returned.
   ~CAlarmUpdatePluginJson();
+  /// Not copied: two objects would delete the same trees.
+  ///@{
   CAlarmUpdatePluginJson(const CAlarmUpdatePluginJson&) = delete;
   CAlarmUpdatePluginJson& operator=(const CAlarmUpdatePluginJson&) = delete;
+  ///@}
 
   /// What the first constructor does with its text; not meant to be called again.
   void ValidateAlarms(char const* jsonText);

@@ -25,35 +25,35 @@ PLUGINSDK_API extern const std::string v2;  ///< "v2"
 
 /// Method names without their version prefix; each holds its own name.
 namespace AgentPluginApi {
-PLUGINSDK_API extern const std::string notifyPluginUpdate;
-PLUGINSDK_API extern const std::string notifyPluginCommand;
-PLUGINSDK_API extern const std::string notifyPluginCommandAck;
-PLUGINSDK_API extern const std::string notifyPluginLocalCommand;
-PLUGINSDK_API extern const std::string notifyPluginState;
-PLUGINSDK_API extern const std::string notifyPluginEvent;
-PLUGINSDK_API extern const std::string notifyPluginMetric;
-PLUGINSDK_API extern const std::string notifyPluginAlarmUpdate;
-PLUGINSDK_API extern const std::string notifyPluginAlert;
-PLUGINSDK_API extern const std::string notifyAgentEvent;
+PLUGINSDK_API extern const std::string notifyPluginUpdate;        ///< built by CUpdatePluginJson
+PLUGINSDK_API extern const std::string notifyPluginCommand;       ///< parsed by CCommandPluginJson
+PLUGINSDK_API extern const std::string notifyPluginCommandAck;    ///< built by CCommandAcksPluginJson
+PLUGINSDK_API extern const std::string notifyPluginLocalCommand;  ///< built by CLocalCommandPluginJson
+PLUGINSDK_API extern const std::string notifyPluginState;         ///< built by CStatesPluginJson
+PLUGINSDK_API extern const std::string notifyPluginEvent;         ///< built by CEventsPluginJson
+PLUGINSDK_API extern const std::string notifyPluginMetric;        ///< built by CMetricsPluginJson
+PLUGINSDK_API extern const std::string notifyPluginAlarmUpdate;   ///< parsed by CAlarmUpdatePluginJson
+PLUGINSDK_API extern const std::string notifyPluginAlert;         ///< built by CAlertsPluginJson
+PLUGINSDK_API extern const std::string notifyAgentEvent;          ///< from the agent; only classified
 }  // namespace AgentPluginApi
 
 /// What CPluginUtil::GetMessageType answers, and words of the agent's connectivity event.
 namespace MessageType {
-PLUGINSDK_API extern const std::string api_notifyPluginCommand;
-PLUGINSDK_API extern const std::string api_notifyPluginAlarmUpdate;
-PLUGINSDK_API extern const std::string api_notifyAgentEvent;
-PLUGINSDK_API extern const std::string error;                         ///< "error"
-PLUGINSDK_API extern const std::string others;                        ///< "others"
-PLUGINSDK_API extern const std::string agentEventServerConnectivity;  ///< "serverConnectivity"
-PLUGINSDK_API extern const std::string online;                        ///< "online"
-PLUGINSDK_API extern const std::string offline;                       ///< "offline"
+PLUGINSDK_API extern const std::string api_notifyPluginCommand;      ///< "notifyPluginCommand"
+PLUGINSDK_API extern const std::string api_notifyPluginAlarmUpdate;  ///< "notifyPluginAlarmUpdate"
+PLUGINSDK_API extern const std::string api_notifyAgentEvent;         ///< "notifyAgentEvent"
+PLUGINSDK_API extern const std::string error;   ///< "error": the text has a member of that name
+PLUGINSDK_API extern const std::string others;  ///< "others": none of these, or not JSON
+PLUGINSDK_API extern const std::string agentEventServerConnectivity;  ///< "serverConnectivity", in "params"
+PLUGINSDK_API extern const std::string online;                        ///< "online", one of its values
+PLUGINSDK_API extern const std::string offline;                       ///< "offline", the other one
 }  // namespace MessageType
 
 /// POSIX extended regular expressions, matched without regard to letter case.
 namespace StringFormatter {
-PLUGINSDK_API extern const std::string nameFormat;     ///< "^[a-zA-Z][a-zA-Z0-9_-]*$"
-PLUGINSDK_API extern const std::string versionFormat;  ///< "^[0-9]+[.][0-9]+[.][0-9]+$"
-PLUGINSDK_API extern const std::string otaCommand;     ///< "^OTAv[0-9]+_"
+PLUGINSDK_API extern const std::string nameFormat;  ///< "^[a-zA-Z][a-zA-Z0-9_-]*$": names, display categories
+PLUGINSDK_API extern const std::string versionFormat;  ///< "^[0-9]+[.][0-9]+[.][0-9]+$": plugin versions
+PLUGINSDK_API extern const std::string otaCommand;     ///< "^OTAv[0-9]+_": how names of OTA commands begin
 }  // namespace StringFormatter
 
 /// The one exception of the message layer: a text that tells what to mend, and the number of its class.
@@ -70,11 +70,14 @@ PLUGINSDK_API extern const std::string otaCommand;     ///< "^OTAv[0-9]+_"
 /// Concurrent const use only.
 class PLUGINSDK_API CPluginException : public virtual std::exception {
  public:
+  /// Copies the message. Applications may throw it too, with a number of the table or of their own.
   CPluginException(const std::string& message, int errorNumber);
+  /// Ends the text that what() returned.
   ~CPluginException() override;
 
   /// The message; valid as long as the exception lives.
   const char* what() const noexcept override;
+  /// The number of the table above.
   virtual int getErrorNumber() const;
 
  private:
@@ -160,8 +163,7 @@ class PLUGINSDK_API CPluginUtil {
   static bool VerifySignature(std::string digest, std::string accessKey, std::string signature);
 
   /// Like VerifySignature, but a signature that asks for more than `limits` allows, or that does not begin in
-  /// the form
-  /// "$argon2id$v=19$m=<decimal>,t=<decimal>,p=<decimal>$", is refused before anything is computed.
+  /// the form "$argon2id$v=19$m=<decimal>,t=<decimal>,p=<decimal>$", is refused before anything is computed.
   static bool VerifySignatureWithin(std::string digest, std::string accessKey, std::string signature,
                                     const VerificationLimits& limits);
 };
@@ -181,6 +183,7 @@ class PLUGINSDK_API CBasePluginObject : public CPluginUtil {
   std::string m_version;     ///< API version, "v1" at first; put before the method whatever it holds
   std::string m_moduleName;  ///< module on whose behalf reports are sent
 
+  /// Version "v1"; the other members empty.
   CBasePluginObject();
 
   /// {"jsonrpc":"2.0","params":params}. Owns `params`; a null one is left out. Null when the envelope

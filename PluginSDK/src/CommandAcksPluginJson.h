@@ -11,10 +11,10 @@
 
 /// How far a command got: values of "commandState".
 namespace AckState {
-PLUGINSDK_API extern const std::string ACCEPTED;  ///< "ACCEPTED"
-PLUGINSDK_API extern const std::string ACKED;     ///< "ACKED"
-PLUGINSDK_API extern const std::string REJECTED;  ///< "REJECTED"
-PLUGINSDK_API extern const std::string ERRORED;   ///< "ERRORED"
+PLUGINSDK_API extern const std::string ACCEPTED;  ///< "ACCEPTED": received, not executed yet
+PLUGINSDK_API extern const std::string ACKED;     ///< "ACKED": executed
+PLUGINSDK_API extern const std::string REJECTED;  ///< "REJECTED": not going to be executed
+PLUGINSDK_API extern const std::string ERRORED;   ///< "ERRORED": executed, but failed
 }  // namespace AckState
 
 /// A received `notifyPluginCommand` request:
@@ -30,8 +30,8 @@ PLUGINSDK_API extern const std::string ERRORED;   ///< "ERRORED"
 /// Owns the trees in m_commands and cannot be copied. Concurrent const use only.
 class PLUGINSDK_API CCommandPluginJson {
  public:
-  std::string m_accessKey;
-  std::string m_commandId;
+  std::string m_accessKey;        ///< as given; signatures are verified with it
+  std::string m_commandId;        ///< echoed by acknowledgements
   std::string m_commandSource;    ///< as sent, by custom one of CommandSource
   std::string m_moduleName;       ///< module that the commands are for
   std::list<cJSON*> m_commands;   ///< the elements of the array "commands", of any type; owned, read only
@@ -49,9 +49,13 @@ class PLUGINSDK_API CCommandPluginJson {
   CCommandPluginJson(char const* jsonText, std::string accessKey);
   /// The same within limits on what the verification may cost and accept.
   CCommandPluginJson(char const* jsonText, std::string accessKey, const VerificationLimits& limits);
+  /// Deletes the trees in m_commands.
   ~CCommandPluginJson();
+  /// Not copied: two objects would delete the same trees.
+  ///@{
   CCommandPluginJson(const CCommandPluginJson&) = delete;
   CCommandPluginJson& operator=(const CCommandPluginJson&) = delete;
+  ///@}
 
   /// What the first constructor does with its text; not meant to be called again.
   void ValidateCommands(char const* jsonText);
@@ -77,6 +81,9 @@ class PLUGINSDK_API CCommandAcksPluginJson final : public CBasePluginObject {
   /// The request being acknowledged; not owned. Set it before using the one-argument builders.
   CCommandPluginJson* m_commandPluginJson = nullptr;
 
+  /// {"epoch", "appGUID", "commandId", "commandSource", "moduleName", "commandState", "commandAcks"} of the
+  /// arguments, with the state of the function's name.
+  ///@{
   static cJSON* CreateCommandAcksAcceptedParamsObj(char const* appGUID, char const* commandId,
                                                    char const* commandSource, char const* moduleName,
                                                    cJSON* commandAcks);
@@ -89,11 +96,16 @@ class PLUGINSDK_API CCommandAcksPluginJson final : public CBasePluginObject {
   static cJSON* CreateCommandAcksErroredParamsObj(char const* appGUID, char const* commandId,
                                                   char const* commandSource, char const* moduleName,
                                                   cJSON* commandAcks);
+  ///@}
 
+  /// The same of m_appGUID and the request in m_commandPluginJson. Null, with `commandAcks` untouched and the
+  /// caller's, when there is none.
+  ///@{
   cJSON* CreateCommandAcksAcceptedParamsObj(cJSON* commandAcks);
   cJSON* CreateCommandAcksAckedParamsObj(cJSON* commandAcks);
   cJSON* CreateCommandAcksRejectedParamsObj(cJSON* commandAcks);
   cJSON* CreateCommandAcksErroredParamsObj(cJSON* commandAcks);
+  ///@}
 
   /// {"name", "result"}, one element of "commandAcks". Nothing is checked; a null text leaves its key out.
   static cJSON* CreateCommandAcksItemJson(char const* name, char const* result);

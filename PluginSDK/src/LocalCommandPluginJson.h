@@ -10,8 +10,8 @@
 
 /// Who issued a command: values of "commandSource".
 namespace CommandSource {
-PLUGINSDK_API extern const std::string local;   ///< "local"
-PLUGINSDK_API extern const std::string remote;  ///< "remote"
+PLUGINSDK_API extern const std::string local;   ///< "local": a client application, through the plugin
+PLUGINSDK_API extern const std::string remote;  ///< "remote": the agent
 }  // namespace CommandSource
 
 /// Builds `notifyPluginLocalCommand` requests:
@@ -28,8 +28,8 @@ PLUGINSDK_API extern const std::string remote;  ///< "remote"
 class PLUGINSDK_API CLocalCommandPluginJson final : public CBasePluginObject {
  public:
   std::string m_clientAppGUID;  ///< GUID of the client application, and prefix of generated command ids
-  std::string m_serialNumber;
-  cJSON* m_request = nullptr;  ///< what CLocalCommandParams built last with this object; the application's
+  std::string m_serialNumber;   ///< of the device; "" for none
+  cJSON* m_request = nullptr;   ///< what CLocalCommandParams built last with this object; the application's
 
   /// {"epoch", "clientAppGUID", "serialNumber", "appGUID", "commandId", "commandSource", "moduleName",
   /// "commands"} of the arguments. Nothing is checked; a null text leaves its key out. `commands` is

@@ -37,12 +37,15 @@ class PLUGINSDK_API CUpdateInfo {
  public:
   std::string m_name;             ///< required; at most 32 bytes, matching StringFormatter::nameFormat
   std::string m_displayCategory;  ///< matching StringFormatter::nameFormat
-  std::string m_displayName;
-  std::string m_description;
+  std::string m_displayName;      ///< what people read
+  std::string m_description;      ///< free text
 
+  /// All empty, or copies of the arguments.
+  ///@{
   CUpdateInfo();
   CUpdateInfo(std::string name, std::string displayCategory, std::string displayName,
               std::string description);
+  ///@}
 };
 
 /// A property. Its display type says which of its values is written, and how:
@@ -60,125 +63,162 @@ class PLUGINSDK_API CUpdateInfo {
 /// left out of the request without an error. Map entries are written in the order of their keys.
 class PLUGINSDK_API CUpdateProperty : public CUpdateInfo {
  public:
-  std::string m_displayType;
-  std::string m_value;
+  std::string m_displayType;  ///< decides, by the table above
+  std::string m_value;        ///< for "string" and "displayOn"
+  /// For "table", a map for each row; for "link", a first row with an alias for each address.
   std::list<std::map<std::string, std::string>> m_rows;
+  /// For "valueFromProperty": the keys "defaultValue" and "displayValues", others are not written.
   std::map<std::string, std::list<std::string>> m_valueFromProperty;
 
+  /// All empty, or copies of the arguments.
+  ///@{
   CUpdateProperty();
   CUpdateProperty(std::string name, std::string displayCategory, std::string displayName,
                   std::string description, std::string displayType, std::string value,
                   const std::list<std::map<std::string, std::string>>& rows,
                   const std::map<std::string, std::list<std::string>>& valueFromProperty);
+  ///@}
 };
 
+/// A state: a value that reports of CStatesPluginJson keep up to date.
 class PLUGINSDK_API CUpdateState : public CUpdateInfo {
  public:
   std::string m_displayType;  ///< required; any text
 
+  /// All empty, or copies of the arguments.
+  ///@{
   CUpdateState();
   CUpdateState(std::string name, std::string displayCategory, std::string displayName,
                std::string description, std::string displayType);
+  ///@}
 };
 
+/// A metric: a number that reports of CMetricsPluginJson keep up to date. Mind the order: type, then unit.
 class PLUGINSDK_API CUpdateMetric : public CUpdateInfo {
  public:
-  std::string m_displayType;
-  std::string m_displayUnit;  ///< required
+  std::string m_displayType;  ///< any text; left out when empty
+  std::string m_displayUnit;  ///< required; any text, such as "%"
 
+  /// All empty, or copies of the arguments.
+  ///@{
   CUpdateMetric();
   CUpdateMetric(std::string name, std::string displayCategory, std::string displayName,
                 std::string description, std::string displayType, std::string displayUnit);
+  ///@}
 };
 
+/// An event that CEventsPluginJson may report.
 class PLUGINSDK_API CUpdateEvent : public CUpdateInfo {
  public:
+  /// All empty, or copies of the arguments.
+  ///@{
   CUpdateEvent();
   CUpdateEvent(std::string name, std::string displayCategory, std::string displayName,
                std::string description);
+  ///@}
 };
 
 /// What parameters of commands and of alarms share. Unlike the named items they have no display category,
 /// so the display name comes second.
 class PLUGINSDK_API CUpdateControlParam {
  public:
-  std::string m_name;  ///< required; at most 32 bytes, matching StringFormatter::nameFormat
-  std::string m_displayName;
-  std::string m_description;
-  std::string m_displayType;  ///< required
-  bool m_required = false;
-  std::string m_type;                      ///< for the application; not written
-  std::string m_displayFormat;             ///< required for "datetime"
+  std::string m_name;           ///< required; at most 32 bytes, matching StringFormatter::nameFormat
+  std::string m_displayName;    ///< what people read
+  std::string m_description;    ///< free text
+  std::string m_displayType;    ///< required
+  bool m_required = false;      ///< whether a value must be given; always written
+  std::string m_type;           ///< for the application; not written
+  std::string m_displayFormat;  ///< required for "datetime"
   std::list<std::string> m_displayValues;  ///< for "checkbox", "switch" and "list"
 
+  /// All empty, or copies of the arguments.
+  ///@{
   CUpdateControlParam();
   CUpdateControlParam(std::string name, std::string displayName, std::string description,
                       std::string displayType, bool required, std::string type, std::string displayFormat,
                       const std::list<std::string>& displayValues);
+  ///@}
 };
 
+/// A parameter of a command; "checkbox", "switch" and "list" need display values or a property here.
 class PLUGINSDK_API CUpdateCommandParam : public CUpdateControlParam {
  public:
   std::string m_defaultValue;       ///< left out when empty, and for the display type "file"
   std::string m_valueFromProperty;  ///< property that supplies the values where there are no display values
 
+  /// All empty, or copies of the arguments.
+  ///@{
   CUpdateCommandParam();
   CUpdateCommandParam(std::string name, std::string displayName, std::string description,
                       std::string displayType, bool required, std::string type, std::string displayFormat,
                       const std::list<std::string>& displayValues, std::string defaultValue,
                       std::string valueFromProperty);
+  ///@}
 };
 
 /// A parameter of an alarm; "checkbox", "switch" and "list" need display values here.
 class PLUGINSDK_API CUpdateAlarmParam : public CUpdateControlParam {
  public:
+  /// All empty, or copies of the arguments.
+  ///@{
   CUpdateAlarmParam();
   CUpdateAlarmParam(std::string name, std::string displayName, std::string description,
                     std::string displayType, bool required, std::string type, std::string displayFormat,
                     const std::list<std::string>& displayValues);
+  ///@}
 };
 
 /// A command, always written with "type": "asynchronous".
 class PLUGINSDK_API CUpdateCommand : public CUpdateInfo {
  public:
-  std::string m_type;                                                 ///< for the application; not written
-  std::list<CUpdateCommandParam*> m_params;                           ///< "params" is left out when empty
+  std::string m_type;                        ///< for the application; not written
+  std::list<CUpdateCommandParam*> m_params;  ///< not owned; "params" is left out when empty
   std::map<std::string, std::list<std::string>> m_displayOnProperty;  ///< for the application; not written
 
+  /// All empty, or copies of the arguments.
+  ///@{
   CUpdateCommand();
   CUpdateCommand(std::string name, std::string displayCategory, std::string displayName,
                  std::string description, std::string type, const std::list<CUpdateCommandParam*>& params,
                  const std::map<std::string, std::list<std::string>>& displayOnProperty);
+  ///@}
 };
 
+/// An alarm that CAlertsPluginJson may raise and the agent may set up (CAlarmUpdatePluginJson).
 class PLUGINSDK_API CUpdateAlarm : public CUpdateInfo {
  public:
-  std::list<CUpdateAlarmParam*> m_params;  ///< "params" is left out when empty
+  std::list<CUpdateAlarmParam*> m_params;  ///< not owned; "params" is left out when empty
 
+  /// All empty, or copies of the arguments.
+  ///@{
   CUpdateAlarm();
   CUpdateAlarm(std::string name, std::string displayCategory, std::string displayName,
                std::string description, const std::list<CUpdateAlarmParam*>& params);
+  ///@}
 };
 
 /// A module and what it offers. The order of the lists is the order of the request's arrays; the key of an
 /// empty list is left out.
 class PLUGINSDK_API CUpdateModule {
  public:
-  std::string m_moduleName;  ///< required; at most 64 bytes, matching StringFormatter::nameFormat
-  std::string m_displayName;
-  std::string m_description;
-  std::list<CUpdateProperty*> m_properties;
-  std::list<CUpdateState*> m_states;
-  std::list<CUpdateMetric*> m_metrics;
-  std::list<CUpdateEvent*> m_events;
-  std::list<CUpdateCommand*> m_commands;
-  std::list<CUpdateAlarm*> m_alarms;
+  std::string m_moduleName;   ///< required; at most 64 bytes, matching StringFormatter::nameFormat
+  std::string m_displayName;  ///< what people read
+  std::string m_description;  ///< free text
+  std::list<CUpdateProperty*> m_properties;  ///< not owned
+  std::list<CUpdateState*> m_states;         ///< reported by CStatesPluginJson; not owned
+  std::list<CUpdateMetric*> m_metrics;       ///< reported by CMetricsPluginJson; not owned
+  std::list<CUpdateEvent*> m_events;         ///< reported by CEventsPluginJson; not owned
+  std::list<CUpdateCommand*> m_commands;     ///< received by CCommandPluginJson; not owned
+  std::list<CUpdateAlarm*> m_alarms;         ///< raised by CAlertsPluginJson; not owned
 
+  /// All empty, or copies of the arguments.
+  ///@{
   CUpdateModule();
   CUpdateModule(std::string moduleName, std::string displayName, std::string description,
                 const std::list<CUpdateProperty*>& properties, const std::list<CUpdateState*>& states,
                 const std::list<CUpdateMetric*>& metrics, const std::list<CUpdateEvent*>& events,
                 const std::list<CUpdateCommand*>& commands, const std::list<CUpdateAlarm*>& alarms);
+  ///@}
 
   /// The module object of the registration request; the caller deletes it. Keys as in
   /// CUpdatePluginJson::CreateUpdateModulesItemJson. A collection whose items are all left out is written as
@@ -192,23 +232,26 @@ class PLUGINSDK_API CUpdateModule {
 /// A plugin and its modules: the root of the description.
 class PLUGINSDK_API CUpdateParams {
  public:
-  std::string m_appGUID;
-  std::string m_appName;  ///< required; matching StringFormatter::nameFormat
-  std::string m_displayName;
-  std::string m_type;     ///< required; the application type, such as AppType::ib
-  std::string m_version;  ///< required; matching StringFormatter::versionFormat
-  std::string m_startCommand;
-  std::string m_stopCommand;
-  std::list<CUpdateModule*> m_modules;  ///< "modules" is left out when empty
+  std::string m_appGUID;                ///< written even when empty
+  std::string m_appName;                ///< required; matching StringFormatter::nameFormat
+  std::string m_displayName;            ///< what people read
+  std::string m_type;                   ///< required; the application type, such as AppType::ib
+  std::string m_version;                ///< required; matching StringFormatter::versionFormat
+  std::string m_startCommand;           ///< for the agent; any text
+  std::string m_stopCommand;            ///< for the agent; any text
+  std::list<CUpdateModule*> m_modules;  ///< not owned; "modules" is left out when empty
 
   /// The builder that the first GetNotifyPluginUpdate made; null before. Whoever deletes it while this object
   /// is still used sets this to null, and may then ask for a new one.
   CUpdatePluginJson* m_updatePluginJson = nullptr;
 
+  /// All empty, or copies of the arguments.
+  ///@{
   CUpdateParams();
   CUpdateParams(std::string appGUID, std::string appName, std::string displayName, std::string type,
                 std::string version, std::string startCommand, std::string stopCommand,
                 const std::list<CUpdateModule*>& modules);
+  ///@}
 
   /// Builds the registration request, once. The first call makes a builder, keeps it in m_updatePluginJson
   /// and stores the request in its m_request, signed when `apiVersion` is "v2". Every later call returns that
@@ -238,36 +281,45 @@ class PLUGINSDK_API CLocalCommandParam {
   std::string m_name;   ///< written as it is
   std::string m_value;  ///< at most 512 bytes; written even when empty
 
+  /// All empty, or copies of the arguments.
+  ///@{
   CLocalCommandParam();
   CLocalCommandParam(std::string name, std::string value);
+  ///@}
 };
 
 /// One local command.
 class PLUGINSDK_API CLocalCommand {
  public:
   std::string m_name;                       ///< written as it is
-  std::list<CLocalCommandParam*> m_params;  ///< a command without parameters ends the report, see below
+  std::list<CLocalCommandParam*> m_params;  ///< not owned; a command without parameters ends the report
 
+  /// All empty, or copies of the arguments.
+  ///@{
   CLocalCommand();
   CLocalCommand(std::string name, const std::list<CLocalCommandParam*>& params);
+  ///@}
 };
 
 /// A report of commands that a client application gave the plugin locally. Built once; make a new object for
 /// the next report.
 class PLUGINSDK_API CLocalCommandParams {
  public:
-  std::string m_clientAppGUID;
-  std::string m_appGUID;
-  std::string m_serialNumber;  ///< "serialNumber" is written even when empty
-  std::string m_moduleName;
-  std::list<CLocalCommand*> m_commands;
+  std::string m_clientAppGUID;           ///< GUID of the client application
+  std::string m_appGUID;                 ///< GUID of the plugin application
+  std::string m_serialNumber;            ///< "serialNumber" is written even when empty
+  std::string m_moduleName;              ///< module that the commands are for
+  std::list<CLocalCommand*> m_commands;  ///< in the order of the report; not owned
 
   /// The builder that the first GetNotifyPluginLocalCommand made; null before.
   CLocalCommandPluginJson* m_localCommandPluginJson = nullptr;
 
+  /// All empty, or copies of the arguments.
+  ///@{
   CLocalCommandParams();
   CLocalCommandParams(std::string clientAppGUID, std::string appGUID, std::string serialNumber,
                       std::string moduleName, const std::list<CLocalCommand*>& commands);
+  ///@}
 
   /// Builds the request, once. The first call makes a builder, keeps it in m_localCommandPluginJson and
   /// stores the request in its m_request, signed when `apiVersion` is "v2". Every later call returns that

@@ -28,12 +28,12 @@ PLUGINSDK_API extern const std::string valueFromProperty;  ///< "valueFromProper
 
 /// Keys of a module's collections; each holds its own name.
 namespace DataTypes {
-PLUGINSDK_API extern const std::string properties;
-PLUGINSDK_API extern const std::string states;
-PLUGINSDK_API extern const std::string events;
-PLUGINSDK_API extern const std::string metrics;
-PLUGINSDK_API extern const std::string commands;
-PLUGINSDK_API extern const std::string alarms;
+PLUGINSDK_API extern const std::string properties;  ///< "properties"
+PLUGINSDK_API extern const std::string states;      ///< "states"
+PLUGINSDK_API extern const std::string events;      ///< "events"
+PLUGINSDK_API extern const std::string metrics;     ///< "metrics"
+PLUGINSDK_API extern const std::string commands;    ///< "commands"
+PLUGINSDK_API extern const std::string alarms;      ///< "alarms"
 }  // namespace DataTypes
 
 /// Usual application types.
@@ -59,11 +59,15 @@ class PLUGINSDK_API CUpdatePluginJson final : public CBasePluginObject {
   /// failed. Owned: the destructor deletes it. To keep it longer, take the pointer and set this one to null.
   cJSON* m_request = nullptr;
 
+  /// Version "v1", no request; the other members empty.
   CUpdatePluginJson();
+  /// Deletes m_request.
   ~CUpdatePluginJson();
-  // A copy would delete the stored request a second time.
+  /// Not copied: two builders would delete the same request.
+  ///@{
   CUpdatePluginJson(const CUpdatePluginJson&) = delete;
   CUpdatePluginJson& operator=(const CUpdatePluginJson&) = delete;
+  ///@}
 
   // Items of a module.
 
@@ -71,12 +75,14 @@ class PLUGINSDK_API CUpdatePluginJson final : public CBasePluginObject {
   /// display types: a text "string" and "displayOn"; a tree "table", "link" and "valueFromProperty".
   /// @throws CPluginException "displayType is required parameter." (4),
   /// "displayType is inconsistant its value." (4) for a type that the form does not take.
+  ///@{
   static cJSON* CreateUpdatePropertiesItemJson(const char* name, const char* displayName,
                                                const char* description, const std::string& displayType,
                                                const char* displayCategory, const char* value);
   static cJSON* CreateUpdatePropertiesItemJson(const char* name, const char* displayName,
                                                const char* description, const std::string& displayType,
                                                const char* displayCategory, cJSON* value);
+  ///@}
 
   /// {base item, "displayType"}; any display type is accepted.
   /// @throws CPluginException "displayType is required parameter." (4)
@@ -118,6 +124,7 @@ class PLUGINSDK_API CUpdatePluginJson final : public CBasePluginObject {
   /// @throws CPluginException "displayType is required parameter." (4),
   /// "displayFormat is required parameter for datetime displayType." (5),
   /// "displayValues is required parameter for <displayType> displayType." (5)
+  ///@{
   static cJSON* CreateUpdateCommandParamsItemJson(const char* name, const char* displayName,
                                                   const char* description, const std::string& displayType,
                                                   bool required, const char* displayFormat,
@@ -132,6 +139,7 @@ class PLUGINSDK_API CUpdatePluginJson final : public CBasePluginObject {
                                                   const std::string& displayType, bool required,
                                                   const char* displayFormat, cJSON* displayValues,
                                                   const std::string& valueFromProperty);
+  ///@}
 
   /// The same for an alarm: no default, and no property in the place of values; "valueFromProperty" is a
   /// type like any other.
@@ -169,6 +177,7 @@ class PLUGINSDK_API CUpdatePluginJson final : public CBasePluginObject {
   /// Null when the envelope cannot be allocated; `params` stays the caller's then.
   /// @throws CPluginException "AccessKey is missing." (6)
   cJSON* GetJsonrpcRequest(cJSON* params, bool unformatted);
+  /// The same with `unformatted` true.
   cJSON* GetJsonrpcRequest(cJSON* params) override;
 
   /// The stored request once more, with the current time as "epoch" and, under "v2", a new signature. Gives

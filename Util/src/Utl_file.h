@@ -17,19 +17,25 @@
 
 #include "PluginSDK_export.h"
 
-/// Values of the `type` fields below.
-constexpr std::uint32_t UTLFS_TYPE_FILE = 0;
-constexpr std::uint32_t UTLFS_TYPE_DIR = 1;
+// Values of the `type` fields below.
+constexpr std::uint32_t UTLFS_TYPE_FILE = 0;   ///< a regular file
+constexpr std::uint32_t UTLFS_TYPE_DIR = 1;    ///< a directory
 constexpr std::uint32_t UTLFS_TYPE_OTHER = 2;  ///< anything else, symbolic links included
 
 /// What is known of a file. Times are since the epoch.
 struct UTLFS_stat_t {
-  std::int64_t size;  ///< bytes; of the target, for a symbolic link whose target can be read
-  std::uint32_t type;
-  std::int64_t atime, mtime, ctime;              ///< seconds
-  std::int64_t atimeUsec, mtimeUsec, ctimeUsec;  ///< microseconds, the seconds included
-  bool isHidden;                                 ///< always false
-  bool isSymLink;                                ///< the path itself is a symbolic link; UTLFS_Stat only
+  std::int64_t size;   ///< bytes; of the target, for a symbolic link whose target can be read
+  std::uint32_t type;  ///< one of UTLFS_TYPE_...
+  /// Of the last access, the last change of the contents, the last change of the record; seconds.
+  ///@{
+  std::int64_t atime, mtime, ctime;
+  ///@}
+  /// The same in microseconds, the seconds included.
+  ///@{
+  std::int64_t atimeUsec, mtimeUsec, ctimeUsec;
+  ///@}
+  bool isHidden;   ///< always false
+  bool isSymLink;  ///< the path itself is a symbolic link; UTLFS_Stat only
 };
 
 /// One directory entry.
@@ -40,7 +46,7 @@ struct UTLFS_dirent_t {
 
 /// An open directory stream, owned by the record until UTLFS_Closedir; null when none.
 struct UTLFS_dir__t {
-  DIR* dir;
+  DIR* dir;  ///< null when none
 };
 
 /// mkdir. -9043 when the path exists.
@@ -60,13 +66,18 @@ PLUGINSDK_API int UTLFile_Close(int fd);
 /// Whether the number can be a descriptor at all: 0 or more.
 PLUGINSDK_API bool UTLFile_IsValidHandle(int fd);
 
-/// The number of bytes written or read, which may be smaller than `length`, or the code.
+/// The number of bytes written or read, which may be smaller than `length`, or the code. Reading at the end
+/// gives 0.
+///@{
 PLUGINSDK_API ssize_t UTLFile_Write(int fd, void const* data, unsigned long length);
 PLUGINSDK_API ssize_t UTLFile_Read(int fd, void* buffer, unsigned long length);
+///@}
 
 /// The same at an offset, without moving the file's own position.
+///@{
 PLUGINSDK_API ssize_t UTLFile_WriteAt(int fd, void const* data, unsigned long length, long offset);
 PLUGINSDK_API ssize_t UTLFile_ReadAt(int fd, void* buffer, unsigned long length, long offset);
+///@}
 
 /// The new offset from the start of the file, or the code.
 PLUGINSDK_API off_t UTLFile_Seek(int fd, long offset, int whence);

@@ -22,13 +22,13 @@ struct UTLMutex__t {
   std::uint32_t count;    ///< how often the owner holds it
   std::uint32_t marker;   ///< 0x476f6f64 ("dooG" in memory) while initialised, 0xdeadbeef once destroyed
 };
-using UTLMutex = UTLMutex__t;
+using UTLMutex = UTLMutex__t;  ///< the name for everyday use
 
 /// A readers-writer lock. Not recursive; nobody tracks its owners.
 struct UTLSlimRWLock__t {
   pthread_rwlock_t lock;  ///< default attributes
 };
-using UTLSlimRWLock = UTLSlimRWLock__t;
+using UTLSlimRWLock = UTLSlimRWLock__t;  ///< the name for everyday use
 
 /// A condition variable, waited for with a UTLMutex.
 struct UTLCond_t {
@@ -54,20 +54,30 @@ PLUGINSDK_API int UTLMutex_Unlock(UTLMutex__t* mutex);
 /// mutex stays usable, when it is locked.
 PLUGINSDK_API int UTLMutex_Destroy(UTLMutex__t* mutex);
 
-/// Each of these is invalid for null; an unlock of either kind by a thread that holds no lock is undefined,
-/// as it is in POSIX.
+/// Makes the lock free and ready for use. Invalid for null.
 PLUGINSDK_API int UTLSlimRWLock_Init(UTLSlimRWLock__t* lock);
+
+/// Waits until no thread writes; any number may read at once. Invalid for null.
 PLUGINSDK_API int UTLSlimRWLock_LockRead(UTLSlimRWLock__t* lock);
+
+/// Gives back a lock for reading. Invalid for null; by a thread that holds none, undefined as it is in POSIX.
 PLUGINSDK_API int UTLSlimRWLock_UnlockRead(UTLSlimRWLock__t* lock);
+
+/// Waits until no thread reads or writes. Invalid for null.
 PLUGINSDK_API int UTLSlimRWLock_LockWrite(UTLSlimRWLock__t* lock);
+
+/// Gives back the lock for writing; otherwise as UTLSlimRWLock_UnlockRead.
 PLUGINSDK_API int UTLSlimRWLock_UnlockWrite(UTLSlimRWLock__t* lock);
 
 /// Invalid for null; -9089 for a condition that is initialised already. That is told by the marker, which is
 /// read before it is written: zero the record before its first initialisation.
 PLUGINSDK_API int UTLCond_Init(UTLCond_t* cond);
 
-/// Wake one waiter, or all. Invalid for null and for a condition that is not initialised.
+/// Wakes one waiter; nothing when there is none. Invalid for null and for a condition that is not
+/// initialised.
 PLUGINSDK_API int UTLCond_Signal(UTLCond_t* cond);
+
+/// Wakes all waiters. Invalid as above.
 PLUGINSDK_API int UTLCond_Broadcast(UTLCond_t* cond);
 
 /// Gives the mutex back, however often it is locked, waits for a signal, and takes the mutex again as often.

@@ -14,10 +14,10 @@
 
 /// How a thread is to be created. One thread at a time; concurrent const use is safe.
 struct UTLThread_attr_t {
-  std::uint64_t stackSize;  ///< in bytes; 0 stands for 2097152
-  bool createDetached;      ///< true: the thread cannot be joined
-  std::uint32_t priority;   ///< 0 to 9; 0xFFFFFFFF for the level of the creating thread
-  std::uint8_t reserved[12];
+  std::uint64_t stackSize;    ///< in bytes; 0 stands for 2097152
+  bool createDetached;        ///< true: the thread cannot be joined
+  std::uint32_t priority;     ///< 0 to 9; 0xFFFFFFFF for the level of the creating thread
+  std::uint8_t reserved[12];  ///< not used
 };
 
 /// A joinable thread; 0 when none.
@@ -42,13 +42,11 @@ PLUGINSDK_API int UTLThread_GetSchedPriority();
 /// The thread may run, and even end, before `handle` is stored: it must not read the handle unless the two
 /// threads arrange it between them. An exception must not leave `function`.
 /// @param handle receives the thread when it is joinable, and is 0 otherwise or after a failure. It may be
-/// null
-///   for a detached thread only.
+///   null for a detached thread only.
 /// @param attributes null for the defaults of UTLThread_AttrInit; not kept.
 /// @param name accepted and not used.
-/// @return 0. Invalid for a null function (the handle is then left alone), a missing handle, a level above 9
-/// or
-///   a stack that the system refuses; -9001 for a real-time level without the privilege.
+/// @return 0. Invalid for a null function (the handle is then left alone), a missing handle, a level above
+///   9 or a stack that the system refuses; -9001 for a real-time level without the privilege.
 PLUGINSDK_API int UTLDetachableThread_Create(UTLDetachableThreadHandle_t* handle, void* (*function)(void*),
                                              void* argument, UTLThread_attr_t const* attributes,
                                              char const* name);

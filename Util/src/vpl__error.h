@@ -4,7 +4,7 @@
 
 #include "PluginSDK_export.h"
 
-constexpr int VPL_OK = 0;
+constexpr int VPL_OK = 0;                    ///< success
 constexpr int VPL_ERR_NOMEM = -9000;         ///< ENOMEM
 constexpr int VPL_ERR_PERM = -9001;          ///< EPERM; a mutex that the caller does not own
 constexpr int VPL_ERR_INTR = -9002;          ///< EINTR
