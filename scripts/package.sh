@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+# Makes the Debian packages of the library, its development files and its tool: build/packages/*.deb.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source scripts/build-env.sh
+
+scripts/install-deps.sh package
+cmake --preset package >/dev/null
+cmake --build --preset package -j "$JOBS"
+# Packages of an earlier version must not be taken for these.
+umask 022  # what a package installs may be read by everybody
+rm -rf build/packages build/package/*.deb
+cpack --preset package >/dev/null
+mkdir build/packages
+mv build/package/*.deb build/packages
+ls build/packages/*.deb
