@@ -52,11 +52,11 @@ void UseEverything(const std::string& text, int ringId) {
 }
 
 void ExpectWritten(const logtest::TemporaryDirectory& root, const std::string& text) {
-  const std::vector<std::string> files = FilesIn(root.seriesOf("app"));
+  const std::vector<std::string> files = FilesIn(root.series());
   ASSERT_EQ(files.size(), 1U);  // everything older is deleted
   EXPECT_EQ(Count(ReadFile(files[0]), "file " + text + "."), 1);
   EXPECT_EQ(Count(ReadFile(files[0]), "ring " + text + ";"), 1);
-  EXPECT_EQ(Count(ReadFile(root.seriesOf("app") + "/special_logs/special"), "file " + text + "."), 1);
+  EXPECT_EQ(Count(ReadFile(root.series() + "/special_logs/special"), "file " + text + "."), 1);
 }
 
 // Runs `scenario` in a process that a signal ends when it hangs, and gives what it wrote to standard output.
@@ -77,41 +77,95 @@ std::string InChild(
   return result.out;
 }
 
+// All that the facility asks of the system and that can fail. The first ones come most often.
+constexpr const char* kCalls[] = {"malloc",     "fstat",           "write",    "pwritev2", "fsync",
+                                  "open",       "fcntl",           "lstat",    "mkdir",    "unlink",
+                                  "opendir",    "readdir",         "closedir", "close",    "shm_open",
+                                  "shm_unlink", "posix_fallocate", "mmap",     "munmap"};
+
 TEST(SystemFaults, EachSystemCallFailsWithEachErrorAndAtEachPlace) {
   constexpr int kUnknown = 200;
   // The last ones make the facility do without pwritev2.
   const int errors[] = {kOdd,  EINTR,  EIO,   ENOSPC, ENOMEM, EACCES, EMFILE,   EAGAIN, ENOENT, EEXIST, EROFS,
                         EFBIG, EDQUOT, ENXIO, EISDIR, EBADF,  EPIPE,  kUnknown, ENOSYS, EINVAL, EPERM};
-  const struct {
-    const char* call;
-    bool isTranslated;
-  } rows[] = {{"pwritev2", true}, {"write", true},   {"open", true},           {"fcntl", false},
-              {"fsync", false},   {"fstat", true},   {"lstat", true},          {"mkdir", true},
-              {"unlink", true},   {"opendir", true}, {"readdir", true},        {"closedir", true},
-              {"close", true},    {"munmap", true},  {"shm_open", true},       {"shm_unlink", true},
-              {"mmap", true},     {"malloc", true},  {"posix_fallocate", true}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.call);
+  for (const std::string call : kCalls) {
+    SCOPED_TRACE(call);
     const std::string out = InChild([&](const auto& root, int ringId) {
       int count = 0;
       for (const int error : errors) {
         const bool inTurn = error == kOdd || error == kUnknown;
         for (int nth = 0, reached = nth; nth <= reached; nth = inTurn ? nth + 1 : reached + 1) {
-          faults::current = {row.call, error, nth};
+          faults::current = {call.c_str(), error, nth};
           UseEverything("in vain", ringId);
           reached = faults::current.seen;
           faults::current = {};
           const std::string name = std::to_string(error) + " at " + std::to_string(nth);
-          UseEverything(name, ringId);
           SCOPED_TRACE(name);
+          UseEverything(name, ringId);
           ExpectWritten(root, name);
           ++count;
         }
       }
       Log("faults: " + std::to_string(count));
     });
-    EXPECT_EQ(out.find("unknown error code 200 ") != std::string::npos, row.isTranslated);
+    const bool isTranslated = call != "fcntl" && call != "fsync";
+    EXPECT_EQ(out.find("unknown error code 200 ") != std::string::npos, isTranslated);
     EXPECT_EQ(Count(out, " at "), 2 * std::stoi(out.substr(out.rfind("| faults: ") + 10)));
+  }
+}
+
+TEST(SystemFaults, ARingThatCannotBeMadeLeavesNothing) {
+  for (const char* call : {"shm_open", "posix_fallocate", "mmap"}) {
+    InChild([call](const auto&, int ringId) {
+      faults::current = {call, ENOSPC};
+      const Window window;
+      EXPECT_EQ(UTL_LOGSetEnableInMemoryLogging(true, ringId), -3) << call;
+      EXPECT_FALSE(fs::exists("/dev/shm/LOG_Shm_" + std::to_string(ringId))) << call;
+    });
+  }
+}
+
+// The part of a line's speed that no machine changes: the calls above, each as often as one line makes it.
+TEST(SystemFaults, ALineMakesNoCallTooMany) {
+  enum Way { kFile, kStdout, kRing, kSpecial };
+  constexpr int kShort = 100;  // a line of at most 255 characters needs no heap
+  constexpr int kLong = 300;
+  const struct {
+    Way way;
+    UTL_LOGLevel level;
+    int length;
+    std::string calls;
+  } rows[] = {{kFile, UTL_LOG_DBG, kShort, ""},  // the level is off
+              {kFile, UTL_LOG_INFO, kShort, "fstat write fsync "},
+              {kStdout, UTL_LOG_INFO, kShort, "fstat write "},  // the file that is open is looked at
+              {kStdout, UTL_LOG_INFO, kLong, "malloc fstat write "},
+              {kRing, UTL_LOG_INFO, kShort, ""},
+              {kRing, UTL_LOG_INFO, kLong, "malloc "},
+              {kSpecial, UTL_LOG_INFO, kShort, "fstat fstat write write fsync fsync "}};
+  for (const auto& row : rows) {
+    InChild([&row](const auto&, int ringId) {
+      const auto print = [&row] { UTL_LOGPrint(row.level, "x/y", 1, "F", "%d:%*s", 42, row.length, "x"); };
+      faults::current = {"pwritev2", ENOSYS};  // which some kernels do not have
+      {
+        const Window window;
+        Log("opens the file, and has standard output looked at, which is not due again soon");
+      }
+      UTL_LOGSetWriteToStdout(row.way == kStdout);
+      UTL_LOGSetWriteToFile(row.way != kStdout);
+      if (row.way == kRing) UTL_LOGSetEnableInMemoryLogging(true, ringId);
+      if (row.way == kSpecial) UTL_LOGStartSpecialLog("special", 1 << 20);
+      print();
+      std::string calls;
+      for (const char* call : kCalls) {
+        faults::current = {call, 0, -1};  // is counted and meets nothing
+        {
+          const Window window;
+          print();
+        }
+        for (int i = 0; i < faults::current.seen; ++i) calls.append(call).append(" ");
+      }
+      EXPECT_EQ(calls, row.calls);
+    });
   }
 }
 
@@ -169,7 +223,7 @@ TEST(SystemFaults, EnvironmentThatFails) {
       for (int i = 0; i < 20; ++i) Log("during" + std::string(300, '.'));
       row.end(root.path());
       Log("next line");
-      const std::vector<std::string> files = FilesIn(root.seriesOf("app"));
+      const std::vector<std::string> files = FilesIn(root.series());
       EXPECT_EQ(files.empty() ? 0 : Count(ReadFile(files[0]), "| next line"), row.keepsFile);
       row.begin(root.path());
       UseEverything("in vain", ringId);
@@ -233,7 +287,7 @@ TEST(SystemFaults, TwoProcessesOfOneNameInOneDirectory) {
     for (int i = 0; i < 100; ++i) Log(other == 0 ? "child;" : "parent;");
     if (other == 0) _exit(0);
     waitpid(other, nullptr, 0);
-    for (const std::string& file : FilesIn(root.seriesOf("app"))) {
+    for (const std::string& file : FilesIn(root.series())) {
       const std::string text = ReadFile(file);
       EXPECT_EQ(Count(text, "child;") + Count(text, "parent;"), 100) << file;
     }
@@ -250,7 +304,7 @@ TEST(SystemFaults, ClockSetBackAndEntriesWithoutType) {
         const Window window;
         Log(text);
       }
-      const std::vector<std::string> files = FilesIn(root.seriesOf("app"));
+      const std::vector<std::string> files = FilesIn(root.series());
       ASSERT_EQ(files.size(), 1U);  // the file just opened, whatever its name sorts like
       EXPECT_EQ(Count(ReadFile(files[0]), text), 1);
     }

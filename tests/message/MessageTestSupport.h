@@ -3,15 +3,13 @@
 
 #include <gtest/gtest.h>
 
-#include <exception>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "BasePluginObject.h"
 #include "IncomingRequest_internal.h"
 #include "JsonHandle_internal.h"
-#include "Utl_Log.h"
+#include "util/LogTestSupport.h"
 
 namespace message_test {
 
@@ -59,13 +57,9 @@ template <typename Action>
 std::vector<std::string> Logged(Action action) {
   testing::internal::CaptureStdout();
   action();
-  std::istringstream output(testing::internal::GetCapturedStdout());
   std::vector<std::string> lines;
-  for (std::string time, thread, file, number, rest; std::getline(output, time, '|');) {
-    std::getline(std::getline(output, thread, '|'), file, ':');
-    std::getline(std::getline(output, number, ':'), rest);
-    lines.push_back(time.substr(time.size() - 7).append("|").append(file).append(":").append(rest));
-  }
+  for (const auto& line : logtest::ParseLines(testing::internal::GetCapturedStdout()))
+    lines.push_back(line.tag + "|" + line.file + ":" + line.function + "| " + line.message);
   return lines;
 }
 

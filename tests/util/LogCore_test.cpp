@@ -356,7 +356,7 @@ TEST_F(LogThreads, ForkedChildLogsToo) {
   for (const auto& line : logtest::ParseLines(ProcessLog())) {
     if (line.function != "child") continue;
     ++fromChildren;
-    EXPECT_EQ(line.thread, static_cast<unsigned long>(line.line));  // its own id, not the one it inherited
+    EXPECT_EQ(line.thread, line.number);  // its own id, not the one it inherited
   }
   EXPECT_EQ(fromChildren, kChildren);
 }

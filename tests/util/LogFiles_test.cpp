@@ -9,6 +9,7 @@ namespace {
 
 using logtest::Messages;
 using Texts = std::vector<std::string>;
+using Names = std::set<std::string>;
 
 constexpr UTLTime_CalendarTime kMorning = {2026, 1, 15, 9, 30, 0, 0, 42};
 constexpr UTLTime_CalendarTime kNoon = {2026, 1, 15, 12, 0, 0, 7, 7654};
@@ -124,9 +125,8 @@ TEST_F(LogFiles, Trimming) {
       for (const unsigned limit : row.limits) UTL_LOGSetMax(limit);
       Redirect(kMorning);
     });
-    Texts left = {kMorningFile, "app.directory", "app.link"};
-    left.insert(left.end(), row.left.begin(), row.left.end());
-    std::sort(left.begin(), left.end());
+    Names left = {kMorningFile, "app.directory", "app.link"};
+    left.insert(row.left.begin(), row.left.end());
     EXPECT_EQ(logtest::NamesIn(m_series), left);
     const Texts messages = Messages(result.out);
     EXPECT_EQ(Texts(messages.begin() + 3, messages.end()), deleted);
@@ -145,7 +145,7 @@ TEST_F(LogFiles, FileThatCannotBeOpened) {
   EXPECT_EQ(result.err, "\nERROR: Failed to create parent dir for \"" + Path(kMorningFile) +
                             "\"\n\nERROR: Failed to open log file \"" + Path(kMorningFile) + "\"\n");
   EXPECT_EQ(Messages(result.out).at(0), "##ERR##|Failed to open log file \"" + Path(kMorningFile) + "\"");
-  EXPECT_EQ(logtest::NamesIn(m_series), Texts{kNextDayFile});
+  EXPECT_EQ(logtest::NamesIn(m_series), Names{kNextDayFile});
 }
 
 TEST_F(LogFiles, FileWhoseSizeCannotBeRead) {
@@ -165,8 +165,8 @@ TEST_F(LogFiles, ParentDirectories) {
   EXPECT_EQ(make("/a//d/"), 0);  // one that exists is no failure
   EXPECT_EQ(make("/file/a/b"), -9025);
   EXPECT_EQ(UTL_log_createPathEx("/"), 0);
-  EXPECT_EQ(logtest::NamesIn(m_root.path() + "/a"), (Texts{"b", "d"}));
-  EXPECT_EQ(logtest::NamesIn(m_root.path() + "/a/b"), Texts{});
+  EXPECT_EQ(logtest::NamesIn(m_root.path() + "/a"), (Names{"b", "d"}));
+  EXPECT_EQ(logtest::NamesIn(m_root.path() + "/a/b"), Names{});
   Run([] {
     faults::noMemory = true;
     EXPECT_EQ(UTL_log_createPathEx("a/b"), -1);

@@ -4,19 +4,19 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <poll.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iterator>
 #include <regex>
+#include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -24,20 +24,11 @@
 
 namespace logtest {
 
-/// A directory of its own, removed with everything in it. In memory where there is such a place, because each
-/// line of a file waits for its disk.
+/// A directory of its own, removed with everything in it. In memory, because each line of a file waits for
+/// its disk.
 class TemporaryDirectory {
  public:
-  TemporaryDirectory() {
-    const std::filesystem::path memory = "/dev/shm";
-    const auto parent =
-        std::filesystem::is_directory(memory) ? memory : std::filesystem::temp_directory_path();
-    std::string pattern = (parent / "pluginsdk-log-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) {
-      throw std::filesystem::filesystem_error("mkdtemp", std::error_code(errno, std::system_category()));
-    }
-    m_path = pattern;
-  }
+  TemporaryDirectory() { EXPECT_NE(::mkdtemp(m_path.data()), nullptr); }
   ~TemporaryDirectory() {
     std::error_code ignored;  // a test that took permissions away may leave something behind
     std::filesystem::remove_all(m_path, ignored);
@@ -47,139 +38,95 @@ class TemporaryDirectory {
 
   const std::string& path() const { return m_path; }
   const char* c_str() const { return m_path.c_str(); }
-  /// Where the process log files of `process` appear when this directory is the log root.
-  std::string seriesOf(const std::string& process) const { return m_path + "/logs/" + process; }
+  /// Where the log files of the process "app" appear when this directory is the log root.
+  std::string series() const { return m_path + "/logs/app"; }
 
  private:
-  std::string m_path;
+  std::string m_path = "/dev/shm/pluginsdk-test-XXXXXX";
 };
-
-/// How a child ended, and all it wrote.
-struct ChildResult {
-  int exitCode = -1;  ///< -1 when a signal ended it
-  int signal = 0;     ///< SIGKILL when it ran out of time
-  std::string out;
-  std::string err;
-};
-
-/// Runs `body` in a forked child whose standard output and standard error are pipes that the caller reads.
-/// The child leaves through exit(), with 1 after a failed expectation, so sanitizers judge it too.
-/// Expectations that fail inside `body` are in the result's `out`; see ExpectCleanExit.
-inline ChildResult RunInChild(const std::function<void()>& body, int timeoutSeconds = 60) {
-  std::array<int, 2> out{};
-  std::array<int, 2> err{};
-  if (::pipe(out.data()) != 0 || ::pipe(err.data()) != 0) {
-    ADD_FAILURE() << "no pipes";
-    return {};
-  }
-  std::fflush(nullptr);  // the child must not print what the parent had buffered
-  const pid_t child = ::fork();
-  if (child == 0) {
-    ::dup2(out[1], 1);
-    ::dup2(err[1], 2);
-    for (int fd : {out[0], out[1], err[0], err[1]}) {
-      ::close(fd);
-    }
-    body();
-    std::exit(::testing::Test::HasFailure() ? 1 : 0);
-  }
-  ::close(out[1]);
-  ::close(err[1]);
-
-  ChildResult result;
-  std::array<pollfd, 2> polled = {{{out[0], POLLIN, 0}, {err[0], POLLIN, 0}}};
-  std::array<char, 65536> bytes{};
-  while (polled[0].fd >= 0 || polled[1].fd >= 0) {
-    if (::poll(polled.data(), polled.size(), timeoutSeconds * 1000) == 0) {
-      ::kill(child, SIGKILL);
-      break;
-    }
-    for (pollfd& end : polled) {
-      if (end.fd < 0 || end.revents == 0) continue;
-      const ssize_t count = ::read(end.fd, bytes.data(), bytes.size());
-      (&end == polled.data() ? result.out : result.err)
-          .append(bytes.data(), count > 0 ? std::size_t(count) : 0);
-      if (count <= 0) end.fd = -1;  // poll skips it from now on
-    }
-  }
-  ::close(out[0]);
-  ::close(err[0]);
-  int status = 0;
-  ::waitpid(child, &status, 0);
-  result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  result.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
-  return result;
-}
-
-inline void ExpectCleanExit(const ChildResult& result) {
-  EXPECT_EQ(result.exitCode, 0) << "signal " << result.signal << "\n--- stdout\n"
-                                << result.out << "\n--- stderr\n"
-                                << result.err;
-}
 
 inline std::string ReadFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-/// Names of all entries of a directory in ascending order; empty when there is no directory.
-inline std::vector<std::string> NamesIn(const std::string& directory) {
-  std::vector<std::string> names;
+/// How a child ended, and all it wrote.
+struct ChildResult {
+  int status = -1;  ///< as waitpid tells it; SIGALRM when it ran out of time
+  std::string out, err;
+};
+
+/// Runs `body` in a forked child whose standard output is a pipe, and its standard error a file in memory.
+/// The child leaves through exit(), with 1 after a failed expectation, so sanitizers judge it too.
+/// Expectations that fail inside `body` are in the result's `out`; see ExpectCleanExit.
+inline ChildResult RunInChild(const std::function<void()>& body) {
+  std::array<int, 2> out{};
+  EXPECT_EQ(::pipe(out.data()), 0);
+  const int err = ::memfd_create("standard error", 0);
+  std::fflush(nullptr);  // the child must not print what the parent had buffered
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::alarm(60);
+    ::dup2(out[1], 1);
+    ::dup2(err, 2);
+    for (const int fd : {out[0], out[1], err}) ::close(fd);
+    body();
+    std::exit(::testing::Test::HasFailure() ? 1 : 0);
+  }
+  ::close(out[1]);
+  ChildResult result;
+  result.out = ReadFile("/proc/self/fd/" + std::to_string(out[0]));
+  ::waitpid(child, &result.status, 0);
+  result.err = ReadFile("/proc/self/fd/" + std::to_string(err));
+  for (const int fd : {out[0], err}) ::close(fd);
+  return result;
+}
+
+inline void ExpectCleanExit(const ChildResult& result) {
+  EXPECT_EQ(result.status, 0) << "--- stdout\n" << result.out << "\n--- stderr\n" << result.err;
+}
+
+/// Names of all entries of a directory; none when there is no directory.
+inline std::set<std::string> NamesIn(const std::string& directory) {
+  std::set<std::string> names;
   std::error_code missing;
   for (const auto& entry : std::filesystem::directory_iterator(directory, missing)) {
-    names.push_back(entry.path().filename());
+    names.insert(entry.path().filename());
   }
-  std::sort(names.begin(), names.end());
   return names;
 }
 
-/// Paths of the regular files among them.
+/// Paths of the regular files among them, in ascending order.
 inline std::vector<std::string> FilesIn(const std::string& directory) {
   std::vector<std::string> paths;
   for (const std::string& name : NamesIn(directory)) {
-    const auto path = std::filesystem::path(directory) / name;
-    if (std::filesystem::is_regular_file(path)) paths.push_back(path.string());
+    const std::string path = directory + "/" + name;
+    if (std::filesystem::is_regular_file(path)) paths.push_back(path);
   }
   return paths;
 }
 
-/// One physical line. `valid` tells whether it has the header of a log line; the rest of a line without one
-/// is empty but for `message`.
+/// One physical line. All of it is `message` when it has no header of a log line.
 struct Line {
-  bool valid = false;
-  std::string time;
-  std::string tag;
-  unsigned long thread = 0;
-  std::string file;
-  int line = 0;
-  std::string function;
-  std::string message;
+  bool valid;
+  std::string tag, thread, file, number, function, message;
 };
 
 inline std::vector<Line> ParseLines(const std::string& text) {
   static const std::regex header(
-      R"((\d\d:\d\d:\d\d\.\d{6})( TRACE | DBG   | INFO  |!!WRN!!|##ERR##|##CRITICAL##| ALWAYS)\|(\d+)\|([^:|]*):(-?\d+):([^|]*)\| )");
+      R"(\d\d:\d\d:\d\d\.\d{6}( TRACE | DBG   | INFO  |!!WRN!!|##ERR##|##CRITICAL##| ALWAYS)\|(\d+)\|([^:|]*):(-?\d+):([^|]*)\| )");
   std::vector<Line> lines;
-  for (std::size_t begin = 0; begin < text.size();) {
-    const std::size_t end = std::min(text.find('\n', begin), text.size());
-    Line line;
-    std::smatch match;
-    const std::string physical = text.substr(begin, end - begin);
-    // A header is far shorter than 600 characters; std::regex would recurse once per character of a long
-    // line.
-    const std::string front = physical.substr(0, 600);
-    line.valid = std::regex_search(front, match, header, std::regex_constants::match_continuous);
-    if (line.valid) {
-      line.time = match[1];
-      line.tag = match[2];
-      line.thread = std::stoul(match[3]);
-      line.file = match[4];
-      line.line = std::stoi(match[5]);
-      line.function = match[6];
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) {
+    // Longer than any header; std::regex would recurse once per character of a long line.
+    const std::string front = line.substr(0, 600);
+    std::smatch at;
+    if (std::regex_search(front, at, header, std::regex_constants::match_continuous)) {
+      const std::string message = line.substr(static_cast<std::size_t>(at.length()));
+      lines.push_back({true, at[1], at[2], at[3], at[4], at[5], message});
+    } else {
+      lines.push_back({false, "", "", "", "", "", line});
     }
-    line.message = physical.substr(line.valid ? static_cast<std::size_t>(match.length()) : 0);
-    lines.push_back(line);
-    begin = end + 1;
   }
   return lines;
 }
@@ -215,7 +162,7 @@ class AppTest : public ::testing::Test {
   }
 
   const TemporaryDirectory m_root;
-  const std::string m_series = m_root.seriesOf("app");
+  const std::string m_series = m_root.series();
 };
 
 }  // namespace logtest
