@@ -31,7 +31,7 @@ write_basic_package_version_file(PluginSDKConfigVersion.cmake COMPATIBILITY Same
 install(FILES ${PROJECT_BINARY_DIR}/PluginSDKConfig.cmake ${PROJECT_BINARY_DIR}/PluginSDKConfigVersion.cmake
   DESTINATION ${package_dir} COMPONENT development)
 
-file(RELATIVE_PATH pkgconfig_to_prefix ${CMAKE_INSTALL_PREFIX}/${pkgconfig_dir} ${CMAKE_INSTALL_PREFIX})
+file(RELATIVE_PATH pkgconfig_to_prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(cmake/pluginsdk.pc.in pluginsdk.pc @ONLY)
 # The name of version 1.0, for builds that ask for it.
 file(CREATE_LINK pluginsdk.pc ${PROJECT_BINARY_DIR}/PluginSDK.pc SYMBOLIC)
