@@ -1,0 +1,91 @@
+#!/usr/bin/env python3
+"""Prepares the guides for Doxygen, as its filter of Markdown files.
+
+    docs-input.py GUIDE.md     the guide, with links that lead somewhere inside the reference
+    docs-input.py --examples   a page for each example program
+
+The guides are written for any Markdown viewer. There a heading's anchor is made of its words, and a link may
+lead to any file of the checkout. Doxygen knows neither: anchors are unique over all pages, and of the checkout
+it has the guides, the public headers and the examples. Links to anything else leave their text.
+"""
+import os
+import re
+import sys
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parent.parent
+FOLDER_PAGES = {"examples": "examples.html", "PluginSDK/src": "files.html", "Util/src": "files.html"}
+
+
+def anchor(guide, heading):
+    words = re.sub(r"[^\w\- ]", "", heading.strip().lower()).replace(" ", "-")
+    return f"{guide.stem}-{words}"
+
+
+def examples():
+    return sorted(p for p in (ROOT / "examples").rglob("*") if p.suffix in (".cpp", ".h"))
+
+
+def is_public(header):
+    return header.suffix == ".h" and header.parent.name == "src" and not header.stem.endswith("_internal")
+
+
+def target(guide, link):
+    """What Doxygen calls the target of a link, or None when the reference does not hold it."""
+    path, _, section = link.partition("#")
+    other = (guide.parent / path).resolve() if path else guide
+    if not other.is_relative_to(ROOT):
+        return None
+    name = other.relative_to(ROOT).as_posix()
+    if other.suffix == ".md" and other.parent == ROOT / "docs":
+        return f"@ref {anchor(other, section)}" if section else f"@ref guide-{other.stem}"
+    if is_public(other) or other in examples():
+        return f"@ref {other.name}"
+    return FOLDER_PAGES.get(name)
+
+
+def rewritten(guide, line):
+    def link(found):
+        text, where = found[1], found[2]
+        if re.match(r"[a-z]+:", where):
+            return found[0]
+        where = target(guide, where)
+        return f"[{text}]({where})" if where else text
+
+    # All images are copied into one folder, beside the pages.
+    line = re.sub(r"(!\[[^]]*\])\((?:[\w.-]+/)+([\w.-]+)\)", r"\1(\2)", line)
+    return re.sub(r"(?<!!)\[([^]]*)\]\(([^)\s]+)\)", link, line)
+
+
+def filtered(guide):
+    fenced = False
+    for line in guide.read_text().splitlines():
+        if line.lstrip().startswith("```"):
+            fenced = not fenced
+        heading = not fenced and re.match(r"(#+) (.*)", line)
+        if heading and len(heading[1]) == 1 and guide.stem != "index":
+            yield f"# {heading[2]} {{#guide-{guide.stem}}}"
+        elif heading and len(heading[1]) > 1:
+            yield f"{line} {{#{anchor(guide, heading[2])}}}"
+        else:
+            yield line if fenced else rewritten(guide, line)
+
+
+def example_pages():
+    """The comment at the top of an example is its description."""
+    for path in examples():
+        comment = []
+        for line in path.read_text().splitlines():
+            if not line.startswith("//"):
+                break
+            comment.append(re.sub(r"^//+ ?(@file)?", "", line))
+        yield "/**\n@example{lineno} " + path.relative_to(ROOT / "examples").as_posix()
+        yield "\n".join(comment) + "\n*/"
+
+
+if len(sys.argv) != 2:
+    sys.exit(__doc__)
+if sys.argv[1] == "--examples":
+    print("\n".join(example_pages()))
+else:
+    print("\n".join(filtered(Path(os.path.abspath(sys.argv[1])))))
