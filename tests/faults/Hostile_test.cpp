@@ -1,8 +1,4 @@
 // Messages as large, as deep and as odd as they come: the right verdict, in time that grows with the text.
-#include "AlertsPluginJson.h"
-#include "CommandAcksPluginJson.h"
-#include "StatesPluginJson.h"
-#include "UpdatePluginJson.h"
 #include "message/MessageTestSupport.h"
 
 using namespace message_test;
@@ -50,25 +46,24 @@ TEST(Hostile, LargeAndDeepTextsGetTheirVerdict) {
     EXPECT_EQ(type, row.elements > 0 ? "error" : "others");
     if (row.elements == 0) continue;
     JsonPtr list = Json(row.list);
-    EXPECT_EQ(Thrown([&] { return CStatesPluginJson().CreateStatesItemJson("n", list.get()); }).substr(0, 30),
+    EXPECT_EQ(Thrown([&] { return States().CreateStatesItemJson("n", list.get()); }).substr(0, 30),
               R"(2 The length of "n" exceeds th)");
-    const JsonPtr acks(CCommandAcksPluginJson::CreateCommandAcksItemJson("n", list.release()));
+    const JsonPtr acks(Acks::CreateCommandAcksItemJson("n", list.release()));
     EXPECT_GT(Printed(acks.get()).size(), row.list.size());
   }
-  EXPECT_EQ(Thrown([&] { return CStatesPluginJson().CreateStatesItemJson("n", large.c_str()); }),
+  EXPECT_EQ(Thrown([&] { return States().CreateStatesItemJson("n", large.c_str()); }),
             "2 The length of \"" + large + "\" exceeds the maximum string length, i.e. 512 Bytes.");
 }
 
 TEST(Hostile, TextsOfAnyBytesAreRefusedAsNamesAndTravelAsValues) {
   UTL_LOGSetWriteToStdout(false);
-  CStatesPluginJson builder;
+  States builder;
   builder.m_version = "v2";
   for (const std::string text : {"a\"b\\", "\x01\x1f\x7f\n\r\t", "\xff\xfe\x80", "na\xc3", "%s%n", "a\n"}) {
     const std::string format = " format: \"" + text + "\"";
-    EXPECT_EQ(
-        Thrown([&] { return CBasePluginObject::CreateBaseDataItemJson(text.c_str(), "", "", nullptr); }),
-        "1 Invalid name" + format);
-    EXPECT_EQ(Thrown([&] { return CBasePluginObject::CreateBaseDataItemJson("n", "", "", text.c_str()); }),
+    EXPECT_EQ(Thrown([&] { return Base::CreateBaseDataItemJson(text.c_str(), "", "", nullptr); }),
+              "1 Invalid name" + format);
+    EXPECT_EQ(Thrown([&] { return Base::CreateBaseDataItemJson("n", "", "", text.c_str()); }),
               "1 Invalid displayCategory" + format);
     builder.m_appGUID = builder.m_moduleName = builder.m_accessKey = text;
     const JsonPtr request(builder.GetJsonrpcRequest(

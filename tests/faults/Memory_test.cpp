@@ -12,23 +12,11 @@
 #include <new>
 #include <regex>
 
-#include "AlertsPluginJson.h"
-#include "CommandAcksPluginJson.h"
-#include "EventsPluginJson.h"
 #include "FaultEngine.h"
-#include "MetricsPluginJson.h"
-#include "StatesPluginJson.h"
 #include "message/MessageTestSupport.h"
 #include "message/WatcherPlugin.h"
 
 using namespace message_test;
-using States = CStatesPluginJson;
-using Metrics = CMetricsPluginJson;
-using Events = CEventsPluginJson;
-using Alerts = CAlertsPluginJson;
-using Acks = CCommandAcksPluginJson;
-using Local = CLocalCommandPluginJson;
-using Update = CUpdatePluginJson;
 
 namespace {
 
@@ -134,15 +122,10 @@ std::string Renew() {
 }
 
 std::string ReportLocally() {
-  CLocalCommandParam delay("delay", "a value that needs memory");
-  CLocalCommand reboot("reboot", {&delay, &delay});
-  CLocalCommandParams model("the client application", "a1b2", "serial", "camera", {&reboot, &reboot});
-  const auto deleteBuilder = [](CLocalCommandParams* kept) {
-    if (kept->m_localCommandPluginJson != nullptr) cJSON_Delete(kept->m_localCommandPluginJson->m_request);
-    delete kept->m_localCommandPluginJson;
-  };
-  const std::unique_ptr<CLocalCommandParams, decltype(deleteBuilder)> owner(&model, deleteBuilder);
-  return Printed(Watched([&] { return model.GetNotifyPluginLocalCommand("v1", kKey); })->m_request);
+  LocalReport report;
+  report.root.m_clientAppGUID = "an identifier that needs memory of its own";
+  report.root.m_commands = {&report.reboot, &report.reboot};
+  return Printed(Watched([&] { return report.root.GetNotifyPluginLocalCommand("v1", kKey); })->m_request);
 }
 
 cJSON* Signed(States& builder, cJSON* tree) {
@@ -166,11 +149,7 @@ std::vector<Operation> Reports() {
       Of<Events>("events", [](auto& b, cJSON* t) { return b.CreateEventsParamsObj(t); }),
       Of<Alerts>("alerts", [](auto& b, cJSON* t) { return b.CreateAlarmsParamsObj(t); }),
       Of<Local>("local commands", [](auto& b, cJSON* t) { return b.CreateLocalCommandParamsObj(t); }),
-      Of<Acks>("accepted", [](auto& b, cJSON* t) { return b.CreateCommandAcksAcceptedParamsObj(t); }),
-      Of<Acks>("acked", [](auto& b, cJSON* t) { return b.CreateCommandAcksAckedParamsObj(t); }),
-      Of<Acks>("rejected", [](auto& b, cJSON* t) { return b.CreateCommandAcksRejectedParamsObj(t); }),
-      Of<Acks>("errored", [](auto& b, cJSON* t) { return b.CreateCommandAcksErroredParamsObj(t); }),
-
+      Of<Acks>("acks", [](auto& b, cJSON* t) { return b.CreateCommandAcksAcceptedParamsObj(t); }),
       RequestOf<States>("states request"),
       RequestOf<Metrics>("metrics request"),
       RequestOf<Events>("events request"),
@@ -182,7 +161,7 @@ std::vector<Operation> Reports() {
   };
 }
 
-std::vector<Operation> Descriptions() {
+std::vector<Operation> DescriptionsAndReceived() {
   return {
 #define PLUGINSDK_ITEM(name, call) \
   Of<Update>(name, [](Update&, [[maybe_unused]] cJSON* t) { return Update::call; })
@@ -209,11 +188,7 @@ std::vector<Operation> Descriptions() {
       {"described registration again", RegisterAgain, {}},
       {"renewed registration", Renew, {kNull}},
       {"described local commands", ReportLocally, {}},
-  };
-}
 
-std::vector<Operation> Received() {
-  return {
       Parse("command", "v1", &CCommandPluginJson::m_commands),
       Parse("signed command", "v2", &CCommandPluginJson::m_commands),
       Parse("alarm update", "v1", &CAlarmUpdatePluginJson::m_modules),
@@ -225,9 +200,8 @@ std::vector<Operation> Received() {
 }
 
 std::vector<Operation> Operations() {
-  std::vector<Operation> all;
-  for (const auto& some : {Reports(), Descriptions(), Received()})
-    all.insert(all.end(), some.begin(), some.end());
+  std::vector<Operation> all = Reports();
+  for (const Operation& other : DescriptionsAndReceived()) all.push_back(other);
   return all;
 }
 

@@ -6,8 +6,6 @@
 #include <random>
 #include <stdexcept>
 
-#include "AlertsPluginJson.h"
-#include "CommandAcksPluginJson.h"
 #include "MessageTestSupport.h"
 
 using namespace message_test;

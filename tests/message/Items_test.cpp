@@ -8,7 +8,6 @@
 #include "MessageTestSupport.h"
 
 using namespace message_test;
-using Base = CBasePluginObject;
 
 namespace {
 

@@ -1,29 +1,15 @@
 // The model of local commands: the cut-off, the cached builder, what a failed build leaves.
 #include "MessageTestSupport.h"
-#include "PluginData.h"
+#include "WatcherPlugin.h"
 
 using namespace message_test;
 
 namespace {
 
-// Owns what the application has to delete: the builder, and its request.
-struct Report {
-  CLocalCommandParam delay{"delay", "5"};
-  CLocalCommandParam blank;
-  CLocalCommand reboot{"reboot", {&delay, &blank}};
-  CLocalCommand bare{"bare", {}};
-  CLocalCommandParams root{"c3d4", "a1b2", "", "camera", {}};
-
-  ~Report() {
-    if (root.m_localCommandPluginJson != nullptr) cJSON_Delete(root.m_localCommandPluginJson->m_request);
-    delete root.m_localCommandPluginJson;
-  }
-};
-
 TEST(LocalCommandModel, WalkStopsAtTheFirstCommandWithoutParameters) {
   for (const auto& [list, printed] :
        {std::pair{"r0r", R"(,"commands":[@,@])"}, {"rbr", R"(,"commands":[@])"}, {"br", ""}, {"", ""}}) {
-    Report report;
+    LocalReport report;
     for (const char c : std::string(list))
       report.root.m_commands.push_back(c == 'r' ? &report.reboot : c == 'b' ? &report.bare : nullptr);
     const std::string item =
@@ -49,7 +35,7 @@ TEST(LocalCommandModel, FirstArgumentsStayAndAFailedBuildLeavesNoRequest) {
               {"v2", "", 513, "2 The length of \"tttt"},
               {"v2", "", 0, "6 AccessKey is missing."}};
   for (const auto& row : rows) {
-    Report report;
+    LocalReport report;
     report.root.m_commands = {&report.reboot};
     report.delay.m_value = std::string(row.valueSize, 't');
     const std::string thrown =

@@ -6,15 +6,31 @@
 #include <string>
 #include <vector>
 
-#include "BasePluginObject.h"
+#include "AlertsPluginJson.h"
+#include "CommandAcksPluginJson.h"
+#include "EventsPluginJson.h"
 #include "IncomingRequest_internal.h"
 #include "JsonHandle_internal.h"
+#include "MetricsPluginJson.h"
+#include "PluginData.h"
+#include "StatesPluginJson.h"
 #include "util/LogTestSupport.h"
 
 namespace message_test {
 
 using pluginsdk::internal::JsonPtr;
 using pluginsdk::internal::JsonText;
+
+using Base = CBasePluginObject;
+using States = CStatesPluginJson;
+using Metrics = CMetricsPluginJson;
+using Events = CEventsPluginJson;
+using Alerts = CAlertsPluginJson;
+using Acks = CCommandAcksPluginJson;
+using Local = CLocalCommandPluginJson;
+using Update = CUpdatePluginJson;
+constexpr const char* kNone = nullptr;
+constexpr cJSON* kNoTree = nullptr;
 
 inline JsonPtr Json(const std::string& text) {
   return JsonPtr(cJSON_Parse(text.c_str()));

@@ -2,27 +2,22 @@
 #include <memory>
 
 #include "MessageTestSupport.h"
-#include "UpdatePluginJson.h"
 
 using namespace message_test;
 
 namespace {
 
-using Builder = CUpdatePluginJson;
-constexpr const char* kNone = nullptr;
-constexpr cJSON* kNoTree = nullptr;
-
 // With what follows the description: type, and before it perhaps a default value.
 template <typename... Rest>
 cJSON* CommandParam(Rest... rest) {
-  return Builder::CreateUpdateCommandParamsItemJson("p", kNone, kNone, rest...);
+  return Update::CreateUpdateCommandParamsItemJson("p", kNone, kNone, rest...);
 }
 
 TEST(RegistrationItems, KeysStandInOrder) {
   const JsonPtr unused = Json(R"(["a"])");  // of no use to its display type: still the caller's
   const std::string name64(64, 'm');
   const std::pair<cJSON*, std::string> rows[] = {
-      {Builder::CreateUpdateCommandsItemJson("n", "N", "D", kNone, Json("[1]").release(), cJSON_CreateTrue()),
+      {Update::CreateUpdateCommandsItemJson("n", "N", "D", kNone, Json("[1]").release(), cJSON_CreateTrue()),
        R"("n","displayName":"N","description":"D","type":"asynchronous","params":[1],"displayOnProperty":true})"},
       {CommandParam("switch", true, kNone, Json("[1]").release(), "unused"),
        R"("p","displayType":"switch","displayValues":[1],"required":true})"},
@@ -31,11 +26,11 @@ TEST(RegistrationItems, KeysStandInOrder) {
       {CommandParam(2.5, "text", true, kNone, kNoTree, ""),
        R"("p","displayType":"text","required":true,"defaultValue":2.5})"},
       {CommandParam(2.5, "file", true, kNone, kNoTree, ""), R"("p","displayType":"file","required":true})"},
-      {Builder::CreateUpdateAlarmParamsItemJson("p", kNone, kNone, "valueFromProperty", true, kNone,
-                                                unused.get()),
+      {Update::CreateUpdateAlarmParamsItemJson("p", kNone, kNone, "valueFromProperty", true, kNone,
+                                               unused.get()),
        R"("p","displayType":"valueFromProperty","required":true})"},
-      {Builder::CreateUpdateModulesItemJson(name64.c_str(), kNone, kNone, cJSON_CreateArray(), kNoTree,
-                                            kNoTree, kNoTree, kNoTree, kNoTree),
+      {Update::CreateUpdateModulesItemJson(name64.c_str(), kNone, kNone, cJSON_CreateArray(), kNoTree,
+                                           kNoTree, kNoTree, kNoTree, kNoTree),
        '"' + name64 + R"(","properties":[]})"},
   };
   for (const auto& [item, printed] : rows)
@@ -43,7 +38,7 @@ TEST(RegistrationItems, KeysStandInOrder) {
 }
 
 TEST(RegistrationRenewal, StampsTheStoredParamsAndNothingElse) {
-  Builder builder;
+  Update builder;
   EXPECT_EQ(builder.RenewUpdateJsonObject(true), nullptr);
   builder.m_request = Json("{}").release();
   EXPECT_EQ(builder.RenewUpdateJsonObject(true), nullptr);
@@ -64,7 +59,7 @@ TEST(RegistrationRenewal, StampsTheStoredParamsAndNothingElse) {
 // Deletion and renewal in either order; AddressSanitizer looks for what is shared or lost.
 TEST(RegistrationRenewal, ResultsAndBuilderAreIndependent) {
   for (const bool builderFirst : {true, false}) {
-    auto builder = std::make_unique<Builder>();
+    auto builder = std::make_unique<Update>();
     builder->m_version = "v2";
     builder->m_accessKey = "key";
     builder->m_request = builder->GetJsonrpcRequest(

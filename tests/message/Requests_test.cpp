@@ -2,27 +2,17 @@
 #include <array>
 #include <functional>
 
-#include "AlertsPluginJson.h"
-#include "CommandAcksPluginJson.h"
-#include "EventsPluginJson.h"
 #include "JsonBuild_internal.h"
-#include "LocalCommandPluginJson.h"
 #include "MessageTestSupport.h"
-#include "MetricsPluginJson.h"
-#include "StatesPluginJson.h"
 
 using namespace message_test;
 using pluginsdk::internal::PrintsLongerThan;
 
 namespace {
 
-using Acks = CCommandAcksPluginJson;
-using Alerts = CAlertsPluginJson;
-using Local = CLocalCommandPluginJson;
-
 // The whole messages of every builder stand in the guide, whose examples are checked too.
 TEST(Requests, AreBuiltFromWhateverIsGiven) {
-  CStatesPluginJson states;
+  States states;
   states.m_version = "v3";
   const struct {
     cJSON* tree;
@@ -31,8 +21,8 @@ TEST(Requests, AreBuiltFromWhateverIsGiven) {
       {states.GetJsonrpcRequest(states.CreateStatesParamsObj(cJSON_CreateArray())),
        R"({"jsonrpc":"2.0","params":{"appGUID":"","epoch":"NOW","moduleName":"","states":[]},)"
        R"("method":"v3/notifyPluginState"})"},
-      {CEventsPluginJson().CreateEventsParamsObj(nullptr), R"({"appGUID":"","epoch":"NOW","moduleName":""})"},
-      {CBasePluginObject().GetJsonrpcRequest(cJSON_CreateArray()), R"({"jsonrpc":"2.0","params":[]})"},
+      {Events().CreateEventsParamsObj(nullptr), R"({"appGUID":"","epoch":"NOW","moduleName":""})"},
+      {Base().GetJsonrpcRequest(cJSON_CreateArray()), R"({"jsonrpc":"2.0","params":[]})"},
       {Alerts::CreateAlarmsItemJson(nullptr, "any", nullptr), R"({"action":"any","time":"NOW"})"},
       {Alerts::CreateAlarmsParamsObj("g", "", cJSON_CreateNull()),
        R"({"epoch":"NOW","appGUID":"g","moduleName":"","alarms":null})"},
@@ -85,7 +75,7 @@ cJSON* Request(const std::string& version, const std::string& key, cJSON* params
   Builder builder;
   builder.m_version = version;
   builder.m_accessKey = key;
-  CBasePluginObject& base = builder;  // the virtual form stands for compact
+  Base& base = builder;  // the virtual form stands for compact
   return unformatted ? base.GetJsonrpcRequest(params) : builder.GetJsonrpcRequest(params, false);
 }
 
@@ -94,12 +84,9 @@ const struct Family {
   bool limited;
   cJSON* (*request)(const std::string& version, const std::string& key, cJSON* params, bool unformatted);
 } kFamilies[] = {
-    {"notifyPluginState", true, Request<CStatesPluginJson>},
-    {"notifyPluginMetric", true, Request<CMetricsPluginJson>},
-    {"notifyPluginEvent", true, Request<CEventsPluginJson>},
-    {"notifyPluginAlert", false, Request<Alerts>},
-    {"notifyPluginCommandAck", false, Request<Acks>},
-    {"notifyPluginLocalCommand", false, Request<Local>},
+    {"notifyPluginState", true, Request<States>},     {"notifyPluginMetric", true, Request<Metrics>},
+    {"notifyPluginEvent", true, Request<Events>},     {"notifyPluginAlert", false, Request<Alerts>},
+    {"notifyPluginCommandAck", false, Request<Acks>}, {"notifyPluginLocalCommand", false, Request<Local>},
 };
 
 TEST(Requests, SizeLimitCountsTheIndentedPrintingWithItsSignature) {

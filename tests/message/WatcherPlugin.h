@@ -1,11 +1,11 @@
-// The plugin whose registration docs/messages.md shows: a description with every kind of item.
+// Descriptions that own what an application would have to delete.
 #pragma once
 
 #include "PluginData.h"
 
 namespace message_test {
 
-// Owns its builder, as an application would.
+// The plugin whose registration docs/messages.md shows, with every kind of item.
 struct WatcherPlugin {
   CUpdateProperty model{"model", "General", "Model", "As printed on the case", "string", "C-7", {}, {}};
   CUpdateProperty lamp{"lamp", "", "Lamp", "", "displayOn", "on", {}, {}};
@@ -37,6 +37,19 @@ struct WatcherPlugin {
   }
   ~WatcherPlugin() { delete root.m_updatePluginJson; }
   CUpdatePluginJson* Build(const char* version = "v1") { return root.GetNotifyPluginUpdate(version, "key"); }
+};
+
+struct LocalReport {
+  CLocalCommandParam delay{"delay", "5"};
+  CLocalCommandParam blank;
+  CLocalCommand reboot{"reboot", {&delay, &blank}};
+  CLocalCommand bare{"bare", {}};
+  CLocalCommandParams root{"c3d4", "a1b2", "", "camera", {}};
+
+  ~LocalReport() {
+    if (root.m_localCommandPluginJson != nullptr) cJSON_Delete(root.m_localCommandPluginJson->m_request);
+    delete root.m_localCommandPluginJson;
+  }
 };
 
 }  // namespace message_test
