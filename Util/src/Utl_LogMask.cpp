@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "Utl_Log.h"
+#include "Utl_LogMask_internal.h"
 #include "Utl_Log_internal.h"
 
 namespace {
@@ -146,7 +147,9 @@ std::uint32_t RowsIn(std::string_view text) {
   return present;
 }
 
-std::size_t MaskEverything(char* buffer, std::size_t length) {
+}  // namespace
+
+std::size_t pluginsdk::log::MaskCredentials(char* buffer, std::size_t length) {
   const std::uint32_t present = RowsIn({buffer, length});
   bool partnerInJson = false;
   for (std::size_t i = 0; i < kMaskRows.size(); ++i) {
@@ -163,8 +166,6 @@ std::size_t MaskEverything(char* buffer, std::size_t length) {
   }
   return length;
 }
-
-}  // namespace
 
 unsigned long maskText(char* buffer, unsigned long length, const char* key, const char* terminator) {
   const std::string_view keyBytes = OrEmpty(key);
@@ -204,7 +205,7 @@ __attribute__((noinline)) void Util_LogSensitiveString(const char* prefix, const
     }
     std::memcpy(copy, original.data(), original.size());
     // NOLINTNEXTLINE(clang-analyzer-unix.Malloc): callers are told that the copy stays allocated
-    masked = {copy, MaskEverything(copy, original.size())};
+    masked = {copy, pluginsdk::log::MaskCredentials(copy, original.size())};
   }
   UTL_LOGPrint(UTL_LOG_INFO, file, line, function, "%s%.*s%s", OrEmpty(prefix),
                static_cast<int>(std::min(masked.size(), kLongestLogged)), masked.empty() ? "" : masked.data(),
