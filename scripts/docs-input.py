@@ -2,6 +2,7 @@
 """Prepares the guides for Doxygen, as its filter of Markdown files.
 
     docs-input.py GUIDE.md     the guide, with links that lead somewhere inside the reference
+    docs-input.py --guides     all guides, in the order in which docs/index.md names them
     docs-input.py --examples   a page for each example program
 
 The guides are written for any Markdown viewer. There a heading's anchor is made of its words, and a link may
@@ -14,12 +15,21 @@ import sys
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
+LINK = r"(?<!!)\[([^]]*)\]\(([^)\s]+)\)"
 FOLDER_PAGES = {"examples": "examples.html", "PluginSDK/src": "files.html", "Util/src": "files.html"}
 
 
 def anchor(guide, heading):
     words = re.sub(r"[^\w\- ]", "", heading.strip().lower()).replace(" ", "-")
     return f"{guide.stem}-{words}"
+
+
+def guides():
+    """The index, what it links to, and guides that it does not name."""
+    index = ROOT / "docs/index.md"
+    linked = [(index.parent / link.partition("#")[0]).resolve() for _, link in re.findall(LINK, index.read_text())]
+    every = [index, *linked, *sorted(index.parent.glob("*.md"))]
+    return list(dict.fromkeys(path for path in every if path.suffix == ".md" and path.is_file()))
 
 
 def examples():
@@ -37,10 +47,15 @@ def target(guide, link):
     if not other.is_relative_to(ROOT):
         return None
     name = other.relative_to(ROOT).as_posix()
-    if other.suffix == ".md" and other.parent == ROOT / "docs":
-        return f"@ref {anchor(other, section)}" if section else f"@ref guide-{other.stem}"
-    if is_public(other) or other in examples():
+    if other in guides():
+        if section:
+            return f"@ref {anchor(other, section)}"
+        return "index.html" if other.stem == "index" else f"@ref guide-{other.stem}"
+    if is_public(other):
         return f"@ref {other.name}"
+    if other in examples():
+        example = other.relative_to(ROOT / "examples").as_posix()
+        return example.replace("/", "_2").replace(".", "_8") + "-example.html"
     return FOLDER_PAGES.get(name)
 
 
@@ -54,7 +69,7 @@ def rewritten(guide, line):
 
     # All images are copied into one folder, beside the pages.
     line = re.sub(r"(!\[[^]]*\])\((?:[\w.-]+/)+([\w.-]+)\)", r"\1(\2)", line)
-    return re.sub(r"(?<!!)\[([^]]*)\]\(([^)\s]+)\)", link, line)
+    return re.sub(LINK, link, line)
 
 
 def filtered(guide):
@@ -85,7 +100,9 @@ def example_pages():
 
 if len(sys.argv) != 2:
     sys.exit(__doc__)
-if sys.argv[1] == "--examples":
+if sys.argv[1] == "--guides":
+    print(*(path.relative_to(ROOT) for path in guides()))
+elif sys.argv[1] == "--examples":
     print("\n".join(example_pages()))
 else:
     print("\n".join(filtered(Path(os.path.abspath(sys.argv[1])))))

@@ -24,7 +24,8 @@ docs/diagrams/ring-layout.py | cmp - docs/diagrams/ring-layout.svg ||
 
 PLUGINSDK_VERSION=$(sed -n 's/^#define PLUGINSDK_VERSION_\(MAJOR\|MINOR\|PATCH\) //p' Util/src/PluginSDK_version.h |
   paste -sd .)
-export PLUGINSDK_VERSION
+PLUGINSDK_GUIDES=$(scripts/docs-input.py --guides)
+export PLUGINSDK_VERSION PLUGINSDK_GUIDES
 # Pages of an earlier run would hide that a link leads nowhere.
 rm -rf build/docs
 mkdir -p build/docs
