@@ -40,6 +40,10 @@ def is_public(header):
     return header.suffix == ".h" and header.parent.name == "src" and not header.stem.endswith("_internal")
 
 
+FUNCTIONS = {name for header in (ROOT / "Util/src").glob("*.h") if is_public(header)
+             for name in re.findall(r"^PLUGINSDK_API .*?(\w+)\(", header.read_text(), re.M)}
+
+
 def target(guide, link):
     """What Doxygen calls the target of a link, or None when the reference does not hold it."""
     path, _, section = link.partition("#")
@@ -59,14 +63,25 @@ def target(guide, link):
     return FOLDER_PAGES.get(name)
 
 
+def reference(text, where):
+    """Inside the text of such a link Doxygen shows backticks as they are."""
+    code = re.fullmatch(r"`([^\"`]*)`", text)
+    return f'<code>{where} "{code[1]}"</code>' if code else f"[{text}]({where})"
+
+
 def rewritten(guide, line):
     def link(found):
         text, where = found[1], found[2]
         if re.match(r"[a-z]+:", where):
             return found[0]
         where = target(guide, where)
-        return f"[{text}]({where})" if where else text
+        if where is None:
+            return text
+        return reference(text, where) if where.startswith("@ref ") else f"[{text}]({where})"
 
+    # Doxygen links classes by itself, but functions of none only where parentheses follow.
+    line = re.sub(r"(?<!\[)`(\w+)(?:\([^\"`]*)?`",
+                  lambda found: reference(found[0], f"@ref {found[1]}") if found[1] in FUNCTIONS else found[0], line)
     # All images are copied into one folder, beside the pages.
     line = re.sub(r"(!\[[^]]*\])\((?:[\w.-]+/)+([\w.-]+)\)", r"\1(\2)", line)
     return re.sub(LINK, link, line)
@@ -93,9 +108,12 @@ def example_pages():
         for line in path.read_text().splitlines():
             if not line.startswith("//"):
                 break
-            comment.append(re.sub(r"^//+ ?(@file)?", "", line))
+            words = re.sub(r"^//+ ?(@file)?", "", line)
+            # An indented block, such as a command line, stays one.
+            block = words.startswith("  ") and comment and re.match(r" {6}|$", comment[-1])
+            comment.append("    " + words if block else words)
         yield "/**\n@example{lineno} " + path.relative_to(ROOT / "examples").as_posix()
-        yield "\n".join(comment) + "\n*/"
+        yield "@details " + "\n".join(comment).strip() + "\n*/"
 
 
 if len(sys.argv) != 2:

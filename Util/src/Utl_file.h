@@ -24,18 +24,16 @@ constexpr std::uint32_t UTLFS_TYPE_OTHER = 2;  ///< anything else, symbolic link
 
 /// What is known of a file. Times are since the epoch.
 struct UTLFS_stat_t {
-  std::int64_t size;   ///< bytes; of the target, for a symbolic link whose target can be read
-  std::uint32_t type;  ///< one of UTLFS_TYPE_...
-  /// Of the last access, the last change of the contents, the last change of the record; seconds.
-  ///@{
-  std::int64_t atime, mtime, ctime;
-  ///@}
-  /// The same in microseconds, the seconds included.
-  ///@{
-  std::int64_t atimeUsec, mtimeUsec, ctimeUsec;
-  ///@}
-  bool isHidden;   ///< always false
-  bool isSymLink;  ///< the path itself is a symbolic link; UTLFS_Stat only
+  std::int64_t size;       ///< bytes; of the target, for a symbolic link whose target can be read
+  std::uint32_t type;      ///< one of UTLFS_TYPE_...
+  std::int64_t atime;      ///< last access, in seconds
+  std::int64_t mtime;      ///< last change of the contents, in seconds
+  std::int64_t ctime;      ///< last change of this record, in seconds
+  std::int64_t atimeUsec;  ///< last access in microseconds, the seconds included
+  std::int64_t mtimeUsec;  ///< last change of the contents, likewise
+  std::int64_t ctimeUsec;  ///< last change of this record, likewise
+  bool isHidden;           ///< always false
+  bool isSymLink;          ///< the path itself is a symbolic link; UTLFS_Stat only
 };
 
 /// One directory entry.
