@@ -1,0 +1,433 @@
+#include "RequestCheck.h"
+
+#include <algorithm>
+#include <cstring>
+#include <initializer_list>
+#include <string_view>
+
+#include "AlertsPluginJson.h"
+#include "CommandAcksPluginJson.h"
+#include "LocalCommandPluginJson.h"
+#include "Members.h"
+#include "RegistrationCheck.h"
+#include "StatesPluginJson.h"
+#include "UpdatePluginJson.h"
+
+namespace tool {
+
+using pluginsdk::internal::Children;
+using pluginsdk::internal::JsonPtr;
+using pluginsdk::internal::JsonText;
+
+namespace {
+
+constexpr const char* kSomeName = "n";
+constexpr const char* kSomeText = "t";
+
+// ---- Values of states, metrics and events
+
+constexpr Field kStateFields[] = {{"name", kText}, {"value", kAnything}};
+constexpr Field kMetricFields[] = {{"name", kText}, {"value", cJSON_Number}};
+constexpr Field kEventFields[] = {{"name", kText}, {"value", kText}};
+
+void CheckTextValue(const Members& item, Findings& findings) {
+  Judge(item, "value", findings,
+        [](const char* value) { return CBasePluginObject::CreateBaseValueItemJson(kSomeName, value); });
+}
+
+// Without its headers: the library leaves those alone in an array that refers to the elements of another.
+cJSON* BuildTree(const char* name, const cJSON* value) {
+  JsonPtr reference(cJSON_IsArray(value) ? cJSON_CreateArrayReference(value->child)
+                                         : cJSON_CreateObjectReference(value->child));
+  cJSON* const item = CBasePluginObject::CreateBaseValueItemJson(name, reference.get());
+  reference.release();
+  return item;
+}
+
+cJSON* BuildTable(const char* name, const char* header) {
+  JsonPtr table(cJSON_CreateArray());
+  cJSON* const row = cJSON_CreateObject();
+  cJSON_AddItemToArray(table.get(), row);
+  cJSON_AddStringToObject(row, "name", header);
+  cJSON* const item = CBasePluginObject::CreateBaseValueItemJson(name, table.get());
+  table.release();
+  return item;
+}
+
+void CheckTreeValue(const Members& item, Findings& findings) {
+  const cJSON* const value = item.Find("value");
+  if (!cJSON_IsArray(value) && !cJSON_IsObject(value)) return;  // no other value is long
+  const char* const name = item.Text("name") == nullptr ? "" : item.Text("name");
+  const auto tooLarge = Refusal([&] { return BuildTree(name, value); });
+  if (tooLarge) findings.Fault({value}, *tooLarge);
+  if (!cJSON_IsArray(value)) return;
+  for (const cJSON* row : Children(value)) {
+    const cJSON* const header = cJSON_GetObjectItem(row, "name");
+    if (!cJSON_IsString(header)) continue;
+    const auto refusal = Refusal([&] { return BuildTable(name, header->valuestring); });
+    // A header that is too large for a whole table says nothing new.
+    if (refusal && !(tooLarge && refusal->text == tooLarge->text)) findings.Fault({header}, *refusal);
+  }
+}
+
+void CheckStateValue(const Members& item, Findings& findings) {
+  const cJSON* const value = item.Find("value");
+  if (value == nullptr || cJSON_IsString(value)) return CheckTextValue(item, findings);
+  CheckTreeValue(item, findings);
+}
+
+void CheckMetricValue(const Members& item, Findings& findings) {
+  const cJSON* const value = item.Find("value");
+  if (value == nullptr) return CheckTextValue(item, findings);  // the one text about a value that is missing
+  const auto build = [&] {
+    return CBasePluginObject::CreateBaseValueItemJson(kSomeName, value->valuedouble);
+  };
+  if (const auto refusal = Refusal(build)) return findings.Fault({value}, *refusal);
+  const JsonPtr built(build());
+  const cJSON* const sent = cJSON_GetObjectItem(built.get(), "value");
+  if (sent->valuedouble == value->valuedouble) return;
+  findings.Warn({value}, {"is sent with two decimals: " + std::string(JsonText(cJSON_Print(sent)).get())});
+}
+
+struct Report {
+  const char* key;
+  Shape shape;
+  void (*checkValue)(const Members& item, Findings& findings);
+  bool mayRepeat;  // two events of one name are two events
+};
+constexpr Report kStates = {"states", kStateFields, CheckStateValue, false};
+constexpr Report kMetrics = {"metrics", kMetricFields, CheckMetricValue, false};
+constexpr Report kEvents = {"events", kEventFields, CheckTextValue, true};
+
+// Names in reports are not refused by the library, but nothing of such a name can have been declared.
+void WarnOfName(const Members& members, const char* key, Findings& findings,
+                std::vector<Complaint> (*against)(const char* name)) {
+  const char* const name = members.Text(key);
+  if (name == nullptr) return;
+  for (const Complaint& complaint : against(name)) {
+    findings.Warn(members.At(key), {"cannot have been declared: " + complaint.text, complaint.number});
+  }
+}
+
+void CheckReport(const cJSON* params, const Report& report, Findings& findings) {
+  const Field fields[] = {{"appGUID", kText, true},
+                          {"epoch", kText, true},
+                          {"moduleName", kText, true},
+                          {report.key, cJSON_Array, true}};
+  const Members members(params, fields, findings);
+  if (!members) return;
+  CheckStamp(members, findings);
+  WarnOfName(members, "moduleName", findings, AgainstModuleName);
+  for (const cJSON* node : Children(members.Find(report.key))) {
+    const Members item(node, report.shape, findings);
+    if (!item) continue;
+    Judge(item, "name", findings,
+          [](const char* name) { return CBasePluginObject::CreateBaseValueItemJson(name, kSomeText); });
+    WarnOfName(item, "name", findings, AgainstItemName);
+    report.checkValue(item, findings);
+  }
+  if (!report.mayRepeat) WarnOfRepeatedNames(members.Find(report.key), "name", findings);
+}
+
+void CheckStates(const cJSON* params, Findings& findings) {
+  CheckReport(params, kStates, findings);
+}
+void CheckMetrics(const cJSON* params, Findings& findings) {
+  CheckReport(params, kMetrics, findings);
+}
+void CheckEvents(const cJSON* params, Findings& findings) {
+  CheckReport(params, kEvents, findings);
+}
+
+// ---- Alerts, acknowledgements, local commands
+
+constexpr Field kAlertFields[] = {
+    {"epoch", kText, true}, {"appGUID", kText, true}, {"moduleName", kText}, {"alarms", cJSON_Array, true}};
+constexpr Field kAlarmFields[] = {
+    {"name", kText, true}, {"action", kText, true}, {"time", kText, true}, {"message", kText, true}};
+constexpr Field kAckFields[] = {{"epoch", kText, true},
+                                {"appGUID", kText, true},
+                                {"commandId", kText, true},
+                                {"commandSource", kText, true},
+                                {"moduleName", kText, true},
+                                {"commandState", kText, true},
+                                {"commandAcks", cJSON_Array | cJSON_Object}};
+constexpr Field kLocalCommandFields[] = {
+    {"epoch", kText, true},      {"clientAppGUID", kText, true},
+    {"serialNumber", kText},     {"appGUID", kText, true},
+    {"commandId", kText, true},  {"commandSource", kText, true},
+    {"moduleName", kText, true}, {"commands", cJSON_Array | cJSON_Object}};
+constexpr Field kCommandFields[] = {{"name", kText}, {"params", kAnything}};
+constexpr Field kCommandParamFields[] = {{"name", kText}, {"value", kText}};
+
+bool IsOneOf(const char* text, std::initializer_list<const std::string*> words) {
+  for (const std::string* word : words) {
+    if (text == *word) return true;
+  }
+  return false;
+}
+
+// The agent knows these words only, though the library sends any.
+void WarnUnlessOneOf(const Members& members, const char* key, std::initializer_list<const std::string*> words,
+                     Findings& findings) {
+  const char* const text = members.Text(key);
+  if (text == nullptr || IsOneOf(text, words)) return;
+  std::string known;
+  for (const std::string* word : words) known += (known.empty() ? "\"" : " or \"") + *word + "\"";
+  findings.Warn(members.At(key), {"is not " + known});
+}
+
+void CheckAlert(const cJSON* params, Findings& findings) {
+  const Members members(params, kAlertFields, findings);
+  if (!members) return;
+  CheckStamp(members, findings);
+  Judge(members, "moduleName", findings, [](const char* name) {
+    CAlertsPluginJson builder;
+    builder.m_moduleName = name == nullptr ? "" : name;
+    return builder.CreateAlarmsParamsObj(nullptr);
+  });
+  for (const cJSON* node : Children(members.Find("alarms"))) {
+    const Members alarm(node, kAlarmFields, findings);
+    if (!alarm) continue;
+    CheckSeconds(alarm, "time", findings);
+    WarnUnlessOneOf(alarm, "action", {&Action::trigger, &Action::resolve}, findings);
+  }
+}
+
+void CheckAck(const cJSON* params, Findings& findings) {
+  const Members members(params, kAckFields, findings);
+  if (!members) return;
+  CheckStamp(members, findings);
+  WarnUnlessOneOf(members, "commandSource", {&CommandSource::local, &CommandSource::remote}, findings);
+  WarnUnlessOneOf(members, "commandState",
+                  {&AckState::ACCEPTED, &AckState::ACKED, &AckState::REJECTED, &AckState::ERRORED}, findings);
+}
+
+cJSON* BuildCommand(const char* name, const cJSON* params) {
+  // What the params hold is not looked at, only what they are.
+  JsonPtr standIn(params == nullptr       ? nullptr
+                  : cJSON_IsArray(params) ? cJSON_CreateArray()
+                                          : cJSON_CreateNull());
+  cJSON* const built = CLocalCommandPluginJson::CreateCommandsItemJson(name, standIn.get());
+  standIn.release();
+  return built;
+}
+
+void CheckCommand(const Members& command, Findings& findings) {
+  const JsonPtr someParams(cJSON_CreateArray());
+  Judge(command, "name", findings, [&](const char* name) { return BuildCommand(name, someParams.get()); });
+  const cJSON* const params = command.Find("params");
+  Judge(command, "params", findings, [&](const char*) { return BuildCommand(kSomeName, params); });
+  if (!cJSON_IsArray(params)) return;
+  for (const cJSON* node : Children(params)) {
+    const Members param(node, kCommandParamFields, findings);
+    if (!param) continue;
+    Judge(param, "name", findings, [](const char* name) {
+      return CLocalCommandPluginJson::CreateCommandParamsItemJson(name, kSomeText);
+    });
+    CheckTextValue(param, findings);
+  }
+}
+
+void CheckLocalCommand(const cJSON* params, Findings& findings) {
+  const Members members(params, kLocalCommandFields, findings);
+  if (!members) return;
+  CheckStamp(members, findings);
+  WarnUnlessOneOf(members, "commandSource", {&CommandSource::local, &CommandSource::remote}, findings);
+  for (const cJSON* node : Children(members.Find("commands"))) {
+    const Members command(node, kCommandFields, findings);
+    if (command) CheckCommand(command, findings);
+  }
+}
+
+// ---- Kinds of requests
+
+struct Kind {
+  const std::string& method;
+  const char* mark;  // a member that no other kind's params have
+  bool isLimited;
+  void (*check)(const cJSON* params, Findings& findings);
+};
+
+// In the order in which marks are looked for: all but the last two stand in one kind only.
+const Kind kKinds[] = {
+    {AgentPluginApi::notifyPluginCommandAck, "commandState", false, CheckAck},
+    {AgentPluginApi::notifyPluginLocalCommand, "clientAppGUID", false, CheckLocalCommand},
+    {AgentPluginApi::notifyPluginUpdate, "appName", false, CheckRegistration},
+    {AgentPluginApi::notifyPluginState, "states", true, CheckStates},
+    {AgentPluginApi::notifyPluginMetric, "metrics", true, CheckMetrics},
+    {AgentPluginApi::notifyPluginEvent, "events", true, CheckEvents},
+    {AgentPluginApi::notifyPluginAlert, "alarms", false, CheckAlert},
+    {AgentPluginApi::notifyPluginUpdate, "modules", false, CheckRegistration},
+};
+
+const Kind* KindOfMethod(std::string_view method) {
+  for (const Kind& kind : kKinds) {
+    if (kind.method == method) return &kind;
+  }
+  return nullptr;
+}
+
+const Kind* KindOfParams(const cJSON* params) {
+  for (const Kind& kind : kKinds) {
+    if (cJSON_HasObjectItem(params, kind.mark) != 0) return &kind;
+  }
+  return nullptr;
+}
+
+// ---- Envelope
+
+constexpr Field kEnvelopeFields[] = {
+    {"jsonrpc", kText, true}, {"params", cJSON_Object, true}, {"method", kText, true}, {"id", kAnything}};
+constexpr std::size_t kOrderedFields = 3;  // the first ones, as every request is printed
+
+// What signing adds to a method, tried out with a key that nobody uses.
+const std::string& SampleSignature() {
+  static const std::string kSample = [] {
+    std::string signature;
+    CPluginUtil::GetSignature("digest", "key", &signature);
+    return CBasePluginObject::GetSignedMethod("", signature);
+  }();
+  return kSample;
+}
+
+// Like the sample up to its salt; salt and hash as long, and in the same characters.
+bool IsSignature(std::string_view text) {
+  constexpr const char* kBase64 = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  const std::string_view sample = SampleSignature();
+  const std::size_t hash = sample.rfind('$');
+  const std::size_t salt = sample.rfind('$', hash - 1) + 1;
+  return text.size() == sample.size() && text.substr(0, salt) == sample.substr(0, salt) &&
+         text[hash] == '$' && text.find_first_not_of(kBase64, salt) == hash &&
+         text.find_first_not_of(kBase64, hash + 1) == std::string_view::npos;
+}
+
+const char* FaultOfSuffix(std::string_view version, std::string_view suffix) {
+  if (version == ApiVersion::v1) return suffix.empty() ? nullptr : "\"v1\" requests carry no signature";
+  if (suffix.empty()) return "\"v2\" requests are signed: \"?authorization=\" and a signature must follow";
+  return IsSignature(suffix) ? nullptr : "what follows the method is no signature of this system";
+}
+
+bool IsOfAgent(const std::string& method) {
+  return IsOneOf(method.c_str(),
+                 {&AgentPluginApi::notifyPluginCommand, &AgentPluginApi::notifyPluginAlarmUpdate,
+                  &AgentPluginApi::notifyAgentEvent});
+}
+
+void CheckMethod(const Members& envelope, RequestVerdict& verdict, Findings& findings) {
+  const char* const text = envelope.Text("method");
+  if (text == nullptr) return;
+  const std::string_view method = text;
+  const std::size_t slash = method.find('/');
+  const std::size_t suffix = std::min(method.find('?'), method.size());
+  if (slash >= suffix) {
+    return findings.Fault(envelope.At("method"), {"must be a version, \"/\" and the name of a method"});
+  }
+  verdict.isSigned = suffix < method.size();
+  verdict.version = method.substr(0, slash);
+  verdict.method = method.substr(slash + 1, suffix - slash - 1);
+  if (verdict.version != ApiVersion::v1 && verdict.version != ApiVersion::v2) {
+    findings.Fault(envelope.At("method"), {"unknown version \"" + verdict.version + "\""});
+  } else if (const char* const fault = FaultOfSuffix(verdict.version, method.substr(suffix))) {
+    findings.Fault(envelope.At("method"), {fault});
+  }
+  if (KindOfMethod(verdict.method) != nullptr) return;
+  findings.Fault(
+      envelope.At("method"),
+      {IsOfAgent(verdict.method) ? "the agent sends this, a plugin never does" : "unknown method"});
+}
+
+void CheckEnvelope(const cJSON* document, const Members& envelope, RequestVerdict& verdict,
+                   Findings& findings) {
+  const char* const jsonrpc = envelope.Text("jsonrpc");
+  if (jsonrpc != nullptr && std::strcmp(jsonrpc, "2.0") != 0) {
+    findings.Fault(envelope.At("jsonrpc"), {"must be \"2.0\""});
+  }
+  if (envelope.Find("id") != nullptr) {
+    findings.Fault(envelope.At("id"),
+                   {"makes it a request that waits for an answer; messages are notifications"});
+  }
+  CheckMethod(envelope, verdict, findings);
+  std::size_t last = 0;
+  for (const cJSON* member : Children(document)) {
+    std::size_t place = last;
+    for (std::size_t i = 0; i < kOrderedFields; ++i) {
+      if (std::strcmp(member->string, kEnvelopeFields[i].key) == 0) place = i;
+    }
+    if (place < last) return findings.Warn({member}, {"the order is \"jsonrpc\", \"params\", \"method\""});
+    last = place;
+  }
+}
+
+// ---- Size
+
+std::size_t PrintedSize(const cJSON* tree) {
+  const JsonText text(cJSON_Print(tree));
+  return text == nullptr ? 0 : std::strlen(text.get());
+}
+
+// As a "v1" request around params.
+std::size_t SizeAround(const cJSON* params, const std::string& method) {
+  CBasePluginObject base;
+  const JsonPtr request(base.GetJsonrpcRequest(cJSON_CreateObjectReference(params->child)));
+  const std::string versioned = CBasePluginObject::GetAgentPluginApi(base.m_version, method);
+  cJSON_AddStringToObject(request.get(), "method", versioned.c_str());
+  return PrintedSize(request.get());
+}
+
+// The library's words about a report that no limit admits; they tell the limit too.
+const Complaint& TooLarge() {
+  static const Complaint kComplaint = [] {
+    const std::string endless(100000, 'x');
+    const auto refusal = Refusal([&] {
+      CStatesPluginJson builder;
+      return builder.GetJsonrpcRequest(builder.CreateStatesParamsObj(cJSON_CreateString(endless.c_str())));
+    });
+    return refusal.value_or(Complaint());
+  }();
+  return kComplaint;
+}
+
+void CheckSize(const cJSON* document, const Kind& kind, RequestVerdict& verdict, Findings& findings) {
+  verdict.size = verdict.isWhole ? PrintedSize(document) : SizeAround(document, kind.method);
+  if (!verdict.isSigned) verdict.signedSize = verdict.size + SampleSignature().size();
+  if (!kind.isLimited) return;
+  const std::string& words = TooLarge().text;
+  verdict.limit = std::stoul(words.substr(words.find_first_of("0123456789")));
+  if (verdict.size > *verdict.limit) {
+    findings.Fault({document}, TooLarge());
+  } else if (verdict.signedSize.value_or(0) > *verdict.limit) {
+    findings.Warn({document}, {"is too large once it is signed: " + TooLarge().text, TooLarge().number});
+  }
+}
+
+}  // namespace
+
+RequestVerdict CheckRequest(const cJSON* document, const std::string& text) {
+  RequestVerdict verdict;
+  Findings findings;
+  for (const Field& field : kEnvelopeFields) {
+    verdict.isWhole = verdict.isWhole || cJSON_HasObjectItem(document, field.key) != 0;
+  }
+  const cJSON* params = document;
+  if (verdict.isWhole) {
+    const Members envelope(document, kEnvelopeFields, findings);
+    CheckEnvelope(document, envelope, verdict, findings);
+    params = envelope.Find("params");
+  }
+  const Kind* kind = KindOfMethod(verdict.method);
+  // A request without a usable method still has params that tell what is meant.
+  if (kind == nullptr && !IsOfAgent(verdict.method)) kind = KindOfParams(params);
+  if (kind == nullptr && !verdict.isWhole) {
+    findings.Fault({document}, {"is neither a request nor the params of one that a plugin sends"});
+  }
+  if (kind != nullptr && verdict.method.empty()) verdict.method = kind->method;
+  if (kind != nullptr) {
+    if (params != nullptr) kind->check(params, findings);
+    CheckSize(document, *kind, verdict, findings);
+  }
+  verdict.findings = std::move(findings).InOrder(document, text);
+  return verdict;
+}
+
+}  // namespace tool

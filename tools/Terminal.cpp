@@ -1,0 +1,172 @@
+#include "Terminal.h"
+
+#include <langinfo.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <clocale>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <cwchar>
+
+#include "Utf8.h"
+
+namespace tool {
+
+namespace {
+
+// Less than nothing for what is no character to be seen.
+int WidthOf(std::uint32_t code) {
+  return ::wcwidth(static_cast<wchar_t>(code));
+}
+
+// Marks that let a text pretend to stand in another order than it does.
+bool Reorders(std::uint32_t code) {
+  return (code >= 0x202A && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069) || code == 0x200E ||
+         code == 0x200F || code == 0x061C;
+}
+
+std::string Hex(const char* format, std::uint16_t unit) {
+  char text[sizeof "\\uffff"];
+  std::snprintf(text, sizeof text, format, unit);
+  return text;
+}
+
+std::string Escaped(std::uint32_t code) {
+  constexpr const char* kUnit = "\\u%04x";
+  if (code < 0x10000U) return Hex(kUnit, static_cast<std::uint16_t>(code));
+  const std::uint32_t rest = code - 0x10000U;
+  return Hex(kUnit, static_cast<std::uint16_t>(0xD800U | (rest >> 10U))) +
+         Hex(kUnit, static_cast<std::uint16_t>(0xDC00U | (rest & 0x3FFU)));
+}
+
+bool ShowsAsIs(std::uint32_t code, bool ascii) {
+  if (code < 0x80) return code >= ' ' && code != 0x7F;
+  return !ascii && WidthOf(code) >= 0 && !Reorders(code);
+}
+
+// As much of the front as fits, with the marks that combine with its last character.
+struct Front {
+  std::size_t bytes = 0;
+  std::size_t columns = 0;
+};
+Front FrontOf(std::string_view text, std::size_t columns) {
+  Front front;
+  while (front.bytes < text.size()) {
+    const Character character = Decode(text.substr(front.bytes));
+    const auto width = static_cast<std::size_t>(std::max(WidthOf(character.code), 0));
+    if (front.columns + width > columns) break;
+    front.columns += width;
+    front.bytes += std::max<std::size_t>(character.size, 1);
+  }
+  return front;
+}
+
+std::size_t ColumnsOf(std::string_view text) {
+  return FrontOf(text, text.size()).columns;  // no character has more columns than bytes
+}
+
+std::string_view Ellipsis(bool ascii) {
+  return ascii ? "..." : "…";
+}
+
+const char* SequenceOf(Style style) {
+  switch (style) {
+    case Style::kStrong:
+      return "\x1b[1m";
+    case Style::kFaint:
+      return "\x1b[2m";
+    case Style::kWord:
+      return "\x1b[36m";
+    case Style::kNumber:
+      return "\x1b[33m";
+    case Style::kBad:
+      return "\x1b[31m";
+    case Style::kDoubtful:
+      return "\x1b[35m";
+    case Style::kPlain:
+      break;
+  }
+  return "";
+}
+
+std::string Colored(std::string_view text, Style style, const Page& page) {
+  const char* const sequence = SequenceOf(style);
+  if (!page.colors || *sequence == '\0' || text.empty()) return std::string(text);
+  return std::string(sequence).append(text).append("\x1b[0m");
+}
+
+}  // namespace
+
+bool UseLocaleOfUser() {
+  std::setlocale(LC_CTYPE, "");
+  return std::strcmp(::nl_langinfo(CODESET), "UTF-8") == 0;
+}
+
+bool IsTerminal() {
+  return ::isatty(STDOUT_FILENO) == 1;
+}
+
+std::optional<std::size_t> ColumnsOfUser() {
+  winsize size = {};
+  if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
+  const char* const columns = std::getenv("COLUMNS");
+  const unsigned long said = columns == nullptr ? 0 : std::strtoul(columns, nullptr, 10);
+  return said == 0 ? std::nullopt : std::optional<std::size_t>(said);
+}
+
+bool MayColor() {
+  const char* const refused = std::getenv("NO_COLOR");
+  const char* const terminal = std::getenv("TERM");
+  const bool isDumb = terminal == nullptr || std::strcmp(terminal, "dumb") == 0;
+  return IsTerminal() && !isDumb && (refused == nullptr || *refused == '\0');
+}
+
+std::string Shown(std::string_view text, bool ascii) {
+  std::string shown;
+  while (!text.empty()) {
+    const Character character = Decode(text);
+    const std::size_t size = std::max<std::size_t>(character.size, 1);
+    if (character.size == 0) {
+      shown += Hex("\\x%02x", static_cast<unsigned char>(text.front()));
+    } else if (ShowsAsIs(character.code, ascii)) {
+      shown.append(text, 0, size);
+    } else {
+      shown += Escaped(character.code);
+    }
+    text.remove_prefix(size);
+  }
+  return shown;
+}
+
+std::string Rendered(const Line& line, const Page& page) {
+  std::size_t needed = 0;
+  for (const Piece& piece : line) needed += ColumnsOf(piece.text);
+  const bool fits = !page.columns || needed <= *page.columns;
+  const std::size_t columns = fits ? needed : *page.columns;
+  std::string_view ellipsis = fits ? std::string_view() : Ellipsis(page.ascii);
+  ellipsis = ellipsis.substr(0, FrontOf(ellipsis, columns).bytes);
+  std::size_t left = columns - ColumnsOf(ellipsis);
+  std::string text;
+  for (const Piece& piece : line) {
+    const Front front = FrontOf(piece.text, left);
+    text += Colored(piece.text.substr(0, front.bytes), piece.style, page);
+    left -= front.columns;
+    if (front.bytes < piece.text.size()) break;
+  }
+  return text.append(ellipsis);
+}
+
+std::string Shortened(const std::string& text, std::size_t columns, bool ascii) {
+  const std::size_t needed = ColumnsOf(text);
+  if (needed <= columns) return text;
+  const Front front = FrontOf(text, columns / 2);
+  return text.substr(0, front.bytes)
+      .append(Ellipsis(ascii))
+      .append(text, FrontOf(text, needed - columns / 2).bytes);
+}
+
+}  // namespace tool
