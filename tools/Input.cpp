@@ -61,12 +61,17 @@ pluginsdk::internal::JsonPtr Parse(const Input& input, bool whole) {
 
 }  // namespace
 
-Input ReadInput(const std::string& file) {
+Input ReadBytes(const std::string& file) {
   const bool standard = file.empty() || file == "-";
   Input input{standard ? "<standard input>" : file, ""};
   const FilePtr opened(standard ? stdin : std::fopen(file.c_str(), "rbe"));
   if (opened == nullptr) Refuse(input.name, std::strerror(errno));
   input.text = ReadAll(opened.get(), input.name);
+  return input;
+}
+
+Input ReadInput(const std::string& file) {
+  Input input = ReadBytes(file);
   const std::size_t zero = input.text.find('\0');
   if (zero != std::string::npos) throw Unusable(Where(input, zero) + ": a zero byte, where texts end");
   return input;

@@ -23,7 +23,11 @@ struct Input {
 };
 
 /// The whole of `file`, or of standard input when it is empty or "-".
-/// @throws Unusable when it cannot be read, or holds a zero byte, at which the library's texts end.
+/// @throws Unusable when it cannot be read.
+Input ReadBytes(const std::string& file);
+
+/// The same for a text.
+/// @throws Unusable also when it holds a zero byte, at which the library's texts end.
 Input ReadInput(const std::string& file);
 
 /// A place in a text as an editor tells it: both from 1, the column in characters of UTF-8.

@@ -1,9 +1,12 @@
 #include "Subcommand.h"
 
 #include <iostream>
+#include <new>
 #include <utility>
 
 #include "Input.h"
+#include "JsonBuild_internal.h"
+#include "JsonTokens.h"
 
 namespace tool {
 
@@ -27,10 +30,15 @@ CLI::App* AddSubcommand(CLI::App& app, const Words& words, CommonOptions& common
   subcommand->footer(words.footer);
   subcommand->add_option("FILE", common.file, "what to look at; standard input when it is left out or -");
   subcommand->add_flag("--json", common.json, "answer with one JSON document");
-  subcommand->callback([name = std::string(words.name), run = std::move(run), &exitCode] {
-    exitCode = RunOrTell(name, run);
-  });
+  subcommand->callback(
+      [name = std::string(words.name), run = std::move(run), &exitCode] { exitCode = RunOrTell(name, run); });
   return subcommand;
+}
+
+void PrintAnswer(const cJSON* answer) {
+  const pluginsdk::internal::JsonText text = pluginsdk::internal::Print(answer, true);
+  if (text == nullptr) throw std::bad_alloc();
+  std::cout << ValidUtf8(text.get()) << "\n";
 }
 
 }  // namespace tool

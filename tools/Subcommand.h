@@ -1,6 +1,9 @@
 /// @file
-/// What all subcommands that look at a text have in common: where it comes from, how they answer, how they end.
+/// What all subcommands that look at a text have in common: where it comes from, how they answer, how they
+/// end.
 #pragma once
+
+#include <cjson/cJSON.h>
 
 #include <CLI/CLI.hpp>
 #include <functional>
@@ -27,5 +30,8 @@ struct Words {
 /// must be kept alive by `run`; `exitCode` must outlive the parsing.
 CLI::App* AddSubcommand(CLI::App& app, const Words& words, CommonOptions& common, ExitCode& exitCode,
                         std::function<ExitCode()> run);
+
+/// Prints the answer of --json. Bytes of it that are not UTF-8, which JSON cannot hold, become U+FFFD.
+void PrintAnswer(const cJSON* answer);
 
 }  // namespace tool

@@ -3,11 +3,19 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
+#include <iostream>
+#include <stdexcept>
 
+#include "CheckCommand.h"
+#include "ClassifyCommand.h"
+#include "DescribeCommand.h"
 #include "ExitCode.h"
+#include "MaskCommand.h"
 #include "PluginSDK_version.h"
 #include "RingCommand.h"
+#include "SignCommand.h"
 #include "Utl_Log.h"
+#include "VerifyCommand.h"
 
 namespace {
 
@@ -23,12 +31,20 @@ ExitCode RunTool(int argc, char** argv) {
   app.set_version_flag("--version", PLUGINSDK_VERSION_STRING);
   app.require_subcommand(1);
   ExitCode exitCode = kDone;
+  AddCheckCommand(app, exitCode);
+  AddDescribeCommand(app, exitCode);
+  AddClassifyCommand(app, exitCode);
+  AddVerifyCommand(app, exitCode);
+  AddSignCommand(app, exitCode);
+  AddMaskCommand(app, exitCode);
   AddRingCommand(app, exitCode);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kDone : kCannotRun;  // asking for help ends the parsing too
   }
+  std::cout.flush();
+  if (!std::cout) throw std::runtime_error("standard output cannot be written");
   return exitCode;
 }
 
