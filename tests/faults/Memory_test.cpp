@@ -224,9 +224,8 @@ TEST(Memory, IsRefusedAtEachAllocationOfEachOperation) {
     const std::string whole = Outcome(operation);
     // A request may also go out unsigned or with an empty signature, which the agent refuses both.
     std::vector<std::string> outcomes = operation.lesser;
-    for (const char* left : {"$&", "?authorization=", ""}) {
+    for (const char* left : {"$&", "?authorization=", ""})
       outcomes.push_back(std::regex_replace(whole, signature, left));
-    }
     outcomes.emplace_back("std::bad_alloc");
     for (int nth = 1;; ++nth) {
       faults::current = {"malloc", ENOMEM, nth};

@@ -264,9 +264,8 @@ TEST(SystemFaults, FullPipeInThePlaceOfStandardOutput) {
         usleep(100000);
         fcntl(ends[0], F_SETFL, 0);
         std::string text;
-        for (char byte = 0; text.find("ring whole;") == std::string::npos; text += byte) {
+        for (char byte = 0; text.find("ring whole;") == std::string::npos; text += byte)
           if (read(ends[0], &byte, 1) != 1) _exit(1);
-        }
         _exit(Count(text, "| file whole.") == 1 ? 0 : 1);
       }
       if (waits) fcntl(1, F_SETFL, 0);

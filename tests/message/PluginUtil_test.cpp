@@ -83,9 +83,8 @@ TEST(Formats, VerdictsAreThoseOfPosix) {
                                     ".1.2", "OTAv1_", "OTAv_", "OTA\xc5\xbf", "s\xc5\xbf", "\xe2\x84\xaa"};
   std::mt19937 random(7);
   const std::string alphabet = "aZz09.._-OTAvotaV1_ \n\x80\xc5[";
-  for (int i = 0; i < 20000; ++i) {
+  for (int i = 0; i < 20000; ++i)
     for (char& c : texts.emplace_back(random() % 9, ' ')) c = alphabet[random() % alphabet.size()];
-  }
   for (const std::string& format :
        {StringFormatter::nameFormat, StringFormatter::versionFormat, StringFormatter::otaCommand}) {
     regex_t expression;

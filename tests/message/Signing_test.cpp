@@ -73,9 +73,8 @@ TEST(Signature, VerdictsAreThoseOfTheLibrary) {
   for (const char* tail : {"x", "=", " ", "$"}) texts.push_back(good + tail);
   for (const std::size_t size : {0U, 1U, 28U, 73U}) texts.push_back(good.substr(0, size));
   // At the ends of salt and hash there are other spellings of the same 16 bytes.
-  for (const std::size_t at : {0U, 8U, 13U, 28U, 29U, 50U, 51U, 52U, 73U}) {
+  for (const std::size_t at : {0U, 8U, 13U, 28U, 29U, 50U, 51U, 52U, 73U})
     for (const char c : {'A', 'B', 'Q', 'g', 'x', '=', '$', ' '}) (texts.emplace_back(good))[at] = c;
-  }
   for (const std::string& text : texts)
     EXPECT_EQ(CPluginUtil::VerifySignature(kDigest, "key", text), LibraryAccepts(text)) << text;
 }

@@ -11,6 +11,8 @@
 #include "RingTestSupport.h"
 #include "Utl_Log.h"
 
+using namespace logtest;
+
 namespace {
 
 constexpr int kKills = 240;
@@ -26,12 +28,12 @@ std::string MessageOf(std::size_t thread, int number) {
 void LogUntilKilled(const std::string& root, int id, Completed& completed) {
   UTL_LOGInit("crash", root.c_str());
   UTL_LOGSetWriteToStdout(false);
-  UTL_LOGPrint(UTL_LOG_INFO, "crash", 1, "F", "opens the file");
+  Print("opens the file");
   UTL_LOGSetEnableInMemoryLogging(true, id);
   for (std::size_t t = 0; t < kThreads; ++t) {
     std::thread([&completed, t] {
       for (int number = 0;; ++number) {
-        UTL_LOGPrint(UTL_LOG_INFO, "crash", 1, "F", "%s", MessageOf(t, number).c_str());
+        Print(MessageOf(t, number));
         completed[t] = number + 1;
       }
     }).detach();
@@ -43,7 +45,7 @@ void LogUntilKilled(const std::string& root, int id, Completed& completed) {
 // line is the last completed one, or the one after it, whose storing ended just before its thread did.
 void ExpectWholeLines(const ringtool::Reading& reading, const Completed& completed) {
   const bool lacksFront = static_cast<std::int64_t>(reading.contents.size()) < reading.state.bytesStored;
-  const std::string position = "|crash:1:F| ";
+  const std::string position = "|x:1:f| ";
   std::array<int, kThreads> next = {};  // 0 as well where all lines of a thread are overwritten
   std::size_t begin = reading.frontCut ? reading.contents.find('\n') + 1 : 0;
   for (std::size_t end = 0; begin < reading.contents.size(); begin = end + 1) {
@@ -51,7 +53,7 @@ void ExpectWholeLines(const ringtool::Reading& reading, const Completed& complet
     const std::string line = reading.contents.substr(begin, end - begin);
     std::size_t t = kThreads;
     int number = 0;
-    std::sscanf(line.c_str(), "%*15[0-9:.] INFO  |%*u|crash:1:F| thread %zu line %d", &t, &number);
+    std::sscanf(line.c_str(), "%*15[0-9:.] INFO  |%*u|x:1:f| thread %zu line %d", &t, &number);
     ASSERT_LT(t, kThreads) << line;
     ASSERT_EQ(line.substr(line.find(position) + position.size()), MessageOf(t, number));
     ASSERT_TRUE(number == next[t] || (lacksFront && next[t] == 0)) << line << " after " << next[t];
@@ -64,7 +66,7 @@ void ExpectWholeLines(const ringtool::Reading& reading, const Completed& complet
 }
 
 TEST(LogCrash, AKilledProcessLeavesEveryCompletedLineOrSaysThatOneWasBeingStored) {
-  const logtest::TemporaryDirectory root;
+  const TemporaryDirectory root;
   void* shared =
       ::mmap(nullptr, sizeof(Completed), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   ASSERT_NE(shared, MAP_FAILED);
@@ -72,24 +74,18 @@ TEST(LogCrash, AKilledProcessLeavesEveryCompletedLineOrSaysThatOneWasBeingStored
   int whole = 0;
   for (int i = 0; i < kKills && !HasFailure(); ++i) {
     SCOPED_TRACE(i);
-    const logtest::TestRing ring;
+    const TestRing ring;
     auto& completed = *new (shared) Completed{};
     const pid_t child = ::fork();
-    if (child == 0) {
-      LogUntilKilled(root.path(), ring.id, completed);
-    }
-    for (int wait = 0; wait < 20000 && completed[3] == 0; ++wait) {
-      ::usleep(500);
-    }
+    if (child == 0) LogUntilKilled(root.path(), ring.id, completed);
+    for (int wait = 0; wait < 20000 && completed[3] == 0; ++wait) ::usleep(500);
     ::usleep(static_cast<useconds_t>(random() % (i % 8 == 0 ? 30000 : 3000)));
     ::kill(child, SIGKILL);
     int status = 0;
     ::waitpid(child, &status, 0);
     ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
     const ringtool::Reading reading = ring.Read();
-    if (reading.verdict == ringtool::HeaderVerdict::kBeingChanged) {
-      continue;
-    }
+    if (reading.verdict == ringtool::HeaderVerdict::kBeingChanged) continue;
     ASSERT_EQ(reading.verdict, ringtool::HeaderVerdict::kConsistent);
     ExpectWholeLines(reading, completed);
     ++whole;

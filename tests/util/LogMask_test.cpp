@@ -58,9 +58,7 @@ constexpr const char* kSensitive[][2] = {
 TEST(LogSensitiveString, EachCredentialIsMaskedInTheLine) {
   const auto result = logtest::RunInChild([] {
     UTL_LOGInit("mask", nullptr);
-    for (const auto& row : kSensitive) {
-      Util_LogSensitiveString("<", row[0], ">", "a/b.cpp", 7, "F");
-    }
+    for (const auto& row : kSensitive) Util_LogSensitiveString("<", row[0], ">", "a/b.cpp", 7, "F");
     Util_LogSensitiveString(nullptr, nullptr, nullptr, nullptr, 0, nullptr);
     UTL_LOGSetLevel(UTL_LOG_INFO, 0);
     Util_LogSensitiveString("off ", "serPwd=x", "", "b.cpp", 9, "G");
@@ -73,17 +71,13 @@ TEST(LogSensitiveString, EachCredentialIsMaskedInTheLine) {
   });
   logtest::ExpectCleanExit(result);
   std::string expected;
-  for (const auto& row : kSensitive) {
-    expected += std::string(" INFO  |<") + row[1] + ">\n";
-  }
+  for (const auto& row : kSensitive) expected += std::string(" INFO  |<") + row[1] + ">\n";
   expected += " INFO  |\n";
 #ifndef PLUGINSDK_SANITIZED
   expected += "##ERR##|Failed to malloc memory\n";
 #endif
   std::string logged;
-  for (const std::string& message : logtest::Messages(result.out)) {
-    logged += message + "\n";
-  }
+  for (const std::string& message : logtest::Messages(result.out)) logged += message + "\n";
   EXPECT_EQ(logged, expected);
   EXPECT_NE(result.out.find("|b.cpp:7:F| <"), std::string::npos);
 }

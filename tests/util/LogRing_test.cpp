@@ -14,20 +14,15 @@
 namespace {
 
 namespace ring = pluginsdk::ring;
-using Texts = std::vector<std::string>;
-
-#define LOG(...) UTL_LOGPrint(UTL_LOG_INFO, "Ring_test", __LINE__, "F", __VA_ARGS__)
+using namespace logtest;
 
 // Differs from other lines and from itself shifted.
 std::string LineOf(std::size_t length) {
   static int made = 0;
-  std::string line = std::to_string(++made) + ":";
-  for (int i = 0; line.size() < length; ++i) {
-    line += std::to_string(i * 7919);
-  }
-  line.resize(length);
-  line.back() = '\n';
-  return line;
+  std::string line;
+  while (line.size() < length) line += std::to_string(++made) + ":";
+  line.resize(length - 1);
+  return line + "\n";
 }
 
 void Store(const std::string& line) {
@@ -39,7 +34,7 @@ std::string Fields(const ring::State& state) {
          std::to_string(state.wrapped) + " " + std::to_string(state.bytesStored);
 }
 
-class LogRing : public logtest::AppTest {
+class LogRing : public AppTest {
  protected:
   void TurnOn() { ASSERT_EQ(UTL_LOGSetEnableInMemoryLogging(true, m_test.id), 0); }
   void TurnOff() {
@@ -47,7 +42,7 @@ class LogRing : public logtest::AppTest {
     EXPECT_FALSE(std::filesystem::exists(m_test.path));
   }
 
-  logtest::TestRing m_test;
+  TestRing m_test;
 };
 
 TEST_F(LogRing, LinesStandInTheSegmentAsLaidOut) {
@@ -81,7 +76,7 @@ TEST_F(LogRing, LinesStandInTheSegmentAsLaidOut) {
     }
     TurnOn();
     Store("ab\n");
-    const std::string bytes = logtest::ReadFile(m_test.path);
+    const std::string bytes = ReadFile(m_test.path);
     EXPECT_EQ(bytes.substr(0, 36) + bytes.substr(164, 4),
               std::string("\1\0\0\0\x0a\x0a\x9a\xfd\xd0\xa4\x76\xec\xaa\xb3\x6a\x2d\x9a\xba\x67\x26"
                           "\xa4\0\0\0\xa7\0\0\0\0\0\0\0\3\0\0\0ab\n\0",
@@ -103,7 +98,7 @@ TEST_F(LogRing, AFlushTellsTheDroppedBytesAndMaySwitchFilesBetweenItsPieces) {
   std::string stored;
   Run([&] {
     UTL_LOGSetMax(4 * 524288);
-    LOG("%s", LineOf(100000).c_str());  // the first piece of the flush fills up this file
+    Print(LineOf(100000));  // the first piece of the flush fills up this file
     TurnOn();
     for (int i = 0; i < 60; ++i) {
       const std::string line = LineOf(10000);
@@ -114,7 +109,7 @@ TEST_F(LogRing, AFlushTellsTheDroppedBytesAndMaySwitchFilesBetweenItsPieces) {
     const std::string log = ProcessLog();
     const std::string dropped = "| 75876 bytes of logging were dropped here\n";
     EXPECT_TRUE(log.find(dropped + stored.substr(75876, 448248)) != std::string::npos);
-    const std::string second = logtest::ReadFile(logtest::FilesIn(m_series).at(1));
+    const std::string second = ReadFile(FilesIn(m_series).at(1));
     EXPECT_TRUE(second.substr(second.size() - 75876) == stored.substr(524124));
     UTL_LOGFlushInMemoryLogs();  // nothing stored, nothing written
     EXPECT_TRUE(ProcessLog() == log);
@@ -142,9 +137,11 @@ TEST_F(LogRing, OnlyAHeaderThatCanBeTrueIsAdoptedAndUsed) {
       {"wrapped, beyond the end", {524289, 524289, 1, 600000}, false},
       {"wrapped, count that needs no wrapping", {168, 168, 1, 524124}, false},
   };
+  const std::string warning = "!!WRN!!|The header of the in-memory log \"" + m_test.name +
+                              "\" contradicts itself; its contents are dropped";
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
-    std::string bytes = logtest::SegmentBytes(row.state, "old\n");
+    std::string bytes = SegmentBytes(row.state, "old\n");
     bytes[4] = row.magic;
     std::ofstream(m_test.path, std::ios::binary) << bytes;
     const bool warned = !row.kept && row.magic != 'x';
@@ -161,9 +158,7 @@ TEST_F(LogRing, OnlyAHeaderThatCanBeTrueIsAdoptedAndUsed) {
       UTL_LOGFlushInMemoryLogs();
       EXPECT_EQ(ProcessLog().find("old\n") != std::string::npos, row.kept);
     });
-    const std::string warning = "!!WRN!!|The header of the in-memory log \"" + m_test.name +
-                                "\" contradicts itself; its contents are dropped";
-    EXPECT_EQ(logtest::Messages(result.out), Texts(warned ? 1 : 0, warning));
+    EXPECT_EQ(Messages(result.out), Texts(warned ? 1 : 0, warning));
     std::filesystem::remove_all(m_series);
   }
 }
@@ -171,22 +166,22 @@ TEST_F(LogRing, OnlyAHeaderThatCanBeTrueIsAdoptedAndUsed) {
 TEST_F(LogRing, LinesGoToTheRingWhileAFileIsOpenAndOffWritesThemOut) {
   Run([&] {
     TurnOn();
-    LOG("lost, no file is open");
+    Print("lost, no file is open");
     TurnOff();
-    LOG("to the file");
+    Print("to the file");
     TurnOn();
-    LOG("to the ring");
+    Print("to the ring");
     EXPECT_EQ(UTL_LOGSetEnableInMemoryLogging(true, m_test.id + 1), 0);  // is on already
-    EXPECT_EQ(logtest::Messages(m_test.Read().contents), Texts{" INFO  |to the ring"});
+    EXPECT_EQ(Messages(m_test.Read().contents), Texts{" INFO  |to the ring"});
     if (::fork() == 0) {  // a child writes into the file; its parent's ring is none of its business
-      LOG("from the child");
+      Print("from the child");
       UTL_LOGSetEnableInMemoryLogging(false, m_test.id);
       ::_exit(0);
     }
     ::wait(nullptr);
     TurnOff();
   });
-  Texts messages = logtest::Messages(ProcessLog());
+  Texts messages = Messages(ProcessLog());
   messages.erase(messages.begin(), messages.end() - 3);
   EXPECT_EQ(messages, (Texts{" INFO  |to the file", " INFO  |from the child", " INFO  |to the ring"}));
 }

@@ -9,17 +9,11 @@
 
 namespace {
 
-using logtest::Messages;
-using logtest::ReadFile;
-using Texts = std::vector<std::string>;
+using namespace logtest;
 
 constexpr unsigned kLarge = 1 << 20;
 
-void Print(const char* message, UTL_LOGLevel level = UTL_LOG_INFO) {
-  UTL_LOGPrint(level, "x", 1, "f", "%s", message);
-}
-
-class LogSpecial : public logtest::AppTest {
+class LogSpecial : public AppTest {
  protected:
   std::string Special(const std::string& name) const { return Path("special_logs/" + name); }
 };

@@ -24,6 +24,9 @@
 
 namespace logtest {
 
+using Texts = std::vector<std::string>;
+using Names = std::set<std::string>;
+
 /// A directory of its own, removed with everything in it. In memory, because each line of a file waits for
 /// its disk.
 class TemporaryDirectory {
@@ -86,19 +89,23 @@ inline void ExpectCleanExit(const ChildResult& result) {
   EXPECT_EQ(result.status, 0) << "--- stdout\n" << result.out << "\n--- stderr\n" << result.err;
 }
 
+/// Prints `message` as it is, from position x:1:f.
+inline void Print(const std::string& message, UTL_LOGLevel level = UTL_LOG_INFO) {
+  UTL_LOGPrint(level, "x", 1, "f", "%s", message.c_str());
+}
+
 /// Names of all entries of a directory; none when there is no directory.
-inline std::set<std::string> NamesIn(const std::string& directory) {
-  std::set<std::string> names;
+inline Names NamesIn(const std::string& directory) {
+  Names names;
   std::error_code missing;
-  for (const auto& entry : std::filesystem::directory_iterator(directory, missing)) {
+  for (const auto& entry : std::filesystem::directory_iterator(directory, missing))
     names.insert(entry.path().filename());
-  }
   return names;
 }
 
 /// Paths of the regular files among them, in ascending order.
-inline std::vector<std::string> FilesIn(const std::string& directory) {
-  std::vector<std::string> paths;
+inline Texts FilesIn(const std::string& directory) {
+  Texts paths;
   for (const std::string& name : NamesIn(directory)) {
     const std::string path = directory + "/" + name;
     if (std::filesystem::is_regular_file(path)) paths.push_back(path);
@@ -133,11 +140,10 @@ inline std::vector<Line> ParseLines(const std::string& text) {
 
 /// The lines as "tag|message", a line without header as it is: what remains when time, thread and position
 /// are left out.
-inline std::vector<std::string> Messages(const std::string& text) {
-  std::vector<std::string> messages;
-  for (const Line& line : ParseLines(text)) {
+inline Texts Messages(const std::string& text) {
+  Texts messages;
+  for (const Line& line : ParseLines(text))
     messages.push_back(line.valid ? line.tag + "|" + line.message : line.message);
-  }
   return messages;
 }
 

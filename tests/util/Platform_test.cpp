@@ -31,9 +31,8 @@ const std::map<int, int> kCodes = {
 TEST(ErrorCodes, EveryErrnoHasItsCodeAndTheUnknownOnesAreLogged) {
   const auto result = logtest::RunInChild([] {
     UTL_LOGInit("errors", nullptr);
-    for (int value = -1; value <= 200; ++value) {
+    for (int value = -1; value <= 200; ++value)
       EXPECT_EQ(VPLError_XlatErrno(value), kCodes.count(value) == 0 ? -9099 : kCodes.at(value)) << value;
-    }
   });
   logtest::ExpectCleanExit(result);
   std::vector<std::string> expected;
@@ -83,9 +82,7 @@ TEST(Files, RefusalsAndFailuresHaveTheirCodes) {
       {-9099, {UTLFile_Open(dir, O_WRONLY, 0)}},  // EISDIR has no code of its own
   };
   // clang-format on
-  for (const auto& [code, group] : results) {
-    EXPECT_EQ(group, std::vector<long>(group.size(), code));
-  }
+  for (const auto& [code, group] : results) EXPECT_EQ(group, std::vector<long>(group.size(), code));
   EXPECT_EQ(mapped, &byte);
   EXPECT_EQ(UTLFile_Close(fd), 0);
   EXPECT_TRUE(UTLFile_IsValidHandle(0) && !UTLFile_IsValidHandle(-1));
@@ -97,9 +94,7 @@ TEST(Files, TheSecondProcessWaitsInItsOpenUntilTheFirstCloses) {
   const int fd = MakeFile(path);
   EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC);
   const pid_t child = fork();
-  if (child == 0) {
-    _exit(UTLFile_Open(path.c_str(), O_WRONLY, 0) >= 0 ? 0 : 1);
-  }
+  if (child == 0) _exit(UTLFile_Open(path.c_str(), O_WRONLY, 0) >= 0 ? 0 : 1);
   int status = -1;
   usleep(300000);
   EXPECT_EQ(waitpid(child, &status, WNOHANG), 0);
@@ -120,9 +115,7 @@ TEST(Files, AreListedAndDescribed) {
   UTLFS_dirent_t entry{};
   std::map<std::string, std::uint32_t> listed;
   ASSERT_EQ(UTLFS_Opendir(directory.c_str(), &stream), 0);
-  while (UTLFS_Readdir(&stream, &entry) == 0) {
-    listed[entry.name] = entry.type;
-  }
+  while (UTLFS_Readdir(&stream, &entry) == 0) listed[entry.name] = entry.type;
   EXPECT_EQ(UTLFS_Readdir(&stream, &entry), -9009);
   EXPECT_EQ(listed, (std::map<std::string, std::uint32_t>{{".", 1}, {"..", 1}, {"link", 2}, {longest, 0}}));
   EXPECT_EQ(UTLFS_Closedir(&stream), 0);

@@ -23,8 +23,8 @@ class TestRing {
     return segment.Bytes() == nullptr ? ringtool::Reading() : ringtool::ReadRing(segment.Bytes());
   }
 
-  static inline int made = 0;
-  const int id = ::getpid() * 100 + made++;
+  static inline int made = ::getpid() * 100;
+  const int id = made++;
   const std::string name = ringtool::SegmentName(id);
   const std::string path = "/dev/shm" + name;
 };

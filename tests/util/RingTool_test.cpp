@@ -16,9 +16,7 @@ FILE* StartTool(const std::string& arguments) {
 // What it prints up to the end of a line, or to its own end.
 std::string Next(FILE* tool, int end = '\n') {
   std::string out;
-  for (int c = 0; c != end && (c = std::fgetc(tool)) != EOF;) {
-    out += static_cast<char>(c);
-  }
+  for (int c = 0; c != end && (c = std::fgetc(tool)) != EOF;) out += static_cast<char>(c);
   return out;
 }
 
@@ -62,9 +60,8 @@ TEST(RingTool, ShowsASavedSegmentAndChangesNothing) {
   }
   std::filesystem::resize_file(path, 524287);
   EXPECT_EQ(RunTool("--file " + path), std::pair(path + ": 524287 bytes, where a segment has 524288\n", 1));
-  for (const char* wrong : {"", "3x", "3 --list", "--list --follow", "--file /none", "2147483647"}) {
+  for (const char* wrong : {"", "3x", "3 --list", "--list --follow", "--file /none", "2147483647"})
     EXPECT_EQ(RunTool(wrong).second, 2) << wrong;
-  }
 }
 
 TEST(RingTool, ListsAndFollowsALiveRingToItsEnd) {

@@ -38,18 +38,16 @@ TEST(Threading, RefusesNullAndWhatIsNotInitialised) {
     UTLCond_t* const cond = locks == nullptr ? nullptr : &locks->cond;
     for (int code : {UTLMutex_Lock(mutex), UTLMutex_Unlock(mutex), UTLMutex_Destroy(mutex),
                      UTLCond_Signal(cond), UTLCond_Broadcast(cond), UTLCond_Destroy(cond),
-                     UTLCond_TimedWait(cond, &ready.mutex, 0), UTLCond_TimedWait(&ready.cond, mutex, 0)}) {
+                     UTLCond_TimedWait(cond, &ready.mutex, 0), UTLCond_TimedWait(&ready.cond, mutex, 0)})
       EXPECT_EQ(code, -9007);
-    }
     EXPECT_EQ(UTLMutex_LockedSelf(mutex), locks == nullptr ? -9007 : 0);
   }
   for (int code : {UTLMutex_Init(nullptr), UTLCond_Init(nullptr), UTLSlimRWLock_Init(nullptr),
                    UTLSlimRWLock_LockRead(nullptr), UTLSlimRWLock_UnlockRead(nullptr),
                    UTLSlimRWLock_LockWrite(nullptr), UTLSlimRWLock_UnlockWrite(nullptr),
                    UTLThread_AttrInit(nullptr), UTLThread_AttrSetStackSize(nullptr, 1),
-                   UTLThread_AttrDestroy(nullptr), UTLDetachableThread_Join(nullptr)}) {
+                   UTLThread_AttrDestroy(nullptr), UTLDetachableThread_Join(nullptr)})
     EXPECT_EQ(code, -9007);
-  }
 }
 
 TEST(Mutex, BelongsToOneThreadUntilAsManyUnlocksAsLocks) {
@@ -161,16 +159,10 @@ void CreateAndJudge(const Creation& row) {
   const UTLThread_attr_t attributes{row.stackSize, row.detached, row.level, {}};
   const int code = UTLDetachableThread_Create(row.handle ? &handle : nullptr, row.function ? Look : nullptr,
                                               &seen, row.attributes ? &attributes : nullptr, "name");
-  if (row.priority > 0 && code == -9001) {
-    return;  // no privilege for real-time scheduling here
-  }
+  if (row.priority > 0 && code == -9001) return;  // no privilege for real-time scheduling here
   EXPECT_EQ(code, row.code);
-  if (code != 0 || row.detached) {
-    EXPECT_EQ(handle, row.handle && row.function ? 0 : kStale);
-  }
-  if (code != 0) {
-    return;
-  }
+  if (code != 0 || row.detached) EXPECT_EQ(handle, row.handle && row.function ? 0 : kStale);
+  if (code != 0) return;
   seen.done.get_future().wait();
   EXPECT_EQ(seen.parameter.sched_priority, row.priority);
   EXPECT_EQ(seen.level, row.readBack);
@@ -185,17 +177,13 @@ TEST(Threads, AreCreatedAsAskedForOrRefused) {
   EXPECT_EQ(UTLDetachableThread_Join(&self), -9008);
   const auto result = logtest::RunInChild([] {
     UTL_LOGInit("threads", nullptr);
-    for (const Creation& row : kCreations) {
-      CreateAndJudge(row);
-    }
+    for (const Creation& row : kCreations) CreateAndJudge(row);
   });
   logtest::ExpectCleanExit(result);
   std::vector<std::string> expected;
-  for (const Creation& row : kCreations) {
-    if (*row.loggedSize != '\0') {
+  for (const Creation& row : kCreations)
+    if (*row.loggedSize != '\0')
       expected.push_back(std::string(" INFO  |Creating thread with stack size = ") + row.loggedSize);
-    }
-  }
   EXPECT_EQ(logtest::Messages(result.out), expected);
 }
 
