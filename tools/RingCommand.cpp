@@ -130,7 +130,10 @@ void AddRingCommand(CLI::App& app, ExitCode& exitCode) {
   ring->footer(
       "The first line says whether the header is consistent; the stored lines follow, oldest first. [cut]\n"
       "marks a first line whose beginning was overwritten. Nothing is changed in the segment.\n"
-      "Exit status: 0 consistent, 1 not consistent, 2 wrong arguments or no such segment or file.");
+      "Exit status: 0 consistent, 1 not consistent, 2 wrong arguments or no such segment or file.\n"
+      "\n"
+      "Example:\n"
+      "  pluginsdk ring --list");
 
   CLI::App* what = ring->add_option_group("what to read");
   what->add_option("id", options->id, "identifier given to UTL_LOGSetEnableInMemoryLogging");
