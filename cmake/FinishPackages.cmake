@@ -1,6 +1,6 @@
-# Run by CPack on what is installed for the packages, before it packs: what Debian wants beside the files of an
-# ordinary installation. Each package holds the changelog and that of its packaging, and these and the manual
-# pages are compressed.
+# Run by CPack on what is installed for the packages, before it packs: what Debian wants beside the files of
+# an ordinary installation. Each package holds the changelog and that of its packaging, and these and the
+# manual pages are compressed.
 string(REGEX REPLACE "-.*" "" version ${CPACK_PACKAGE_VERSION})
 file(READ ${CPACK_PACKAGE_CHANGELOG} changelog)
 if(NOT changelog MATCHES "## \\[${version}\\] - ([0-9-]+)")

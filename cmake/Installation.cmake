@@ -26,7 +26,8 @@ else()
 endif()
 
 install(EXPORT PluginSDKTargets NAMESPACE PluginSDK:: DESTINATION ${package_dir} COMPONENT development)
-configure_package_config_file(cmake/PluginSDKConfig.cmake.in PluginSDKConfig.cmake INSTALL_DESTINATION ${package_dir})
+configure_package_config_file(cmake/PluginSDKConfig.cmake.in PluginSDKConfig.cmake
+  INSTALL_DESTINATION ${package_dir})
 write_basic_package_version_file(PluginSDKConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/PluginSDKConfig.cmake ${PROJECT_BINARY_DIR}/PluginSDKConfigVersion.cmake
   DESTINATION ${package_dir} COMPONENT development)
@@ -42,4 +43,6 @@ install(FILES ${PROJECT_BINARY_DIR}/pluginsdk.pc ${PROJECT_BINARY_DIR}/PluginSDK
 install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development
   FILES_MATCHING PATTERN "*.md" PATTERN "*.svg")
-install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
+# Without the lists of this build: a small example is compiled by the line that README.md shows for a plugin.
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development
+  PATTERN CMakeLists.txt EXCLUDE)

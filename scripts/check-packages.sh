@@ -7,10 +7,10 @@
 #   scripts/check-packages.sh            makes the packages first
 #   scripts/check-packages.sh FOLDER     takes the packages of that folder
 #
-# The bare Debian is made by debootstrap, in build/, and gone afterwards; downloads stay in build/ for the next
-# run. That takes root (or sudo without a password) and a mirror. Without one of them the packages are installed
-# on this very machine if it is one of CI (root, and CI is set), else unpacked into a folder: neither can tell
-# whether they name all that they depend on. The output says which way was taken.
+# The bare Debian is made by debootstrap, in build/, and gone afterwards; downloads stay in build/ for the
+# next run. That takes root (or sudo without a password) and a mirror. Without one of them the packages are
+# installed on this very machine if it is one of CI (root, and CI is set), else unpacked into a folder: neither
+# can tell whether they name all that they depend on. The output says which way was taken.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 exec </dev/null

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# The inner half of check-packages.sh: tries the packages where it runs. The folder holds them, beside the sources
-# of a plugin; beyond that this needs nothing of the project, so that it works in a bare root.
+# The inner half of check-packages.sh: tries the packages where it runs. The folder holds them, beside the
+# sources of a plugin; beyond that this needs nothing of the project, so that it works in a bare root.
 #
 #   try-packages.sh apt FOLDER VERSION      each by itself with what it depends on; then all, with compilers
-#   try-packages.sh dpkg FOLDER VERSION     all, on a machine that has what they need; they are gone afterwards
+#   try-packages.sh dpkg FOLDER VERSION     all, on a machine that has what they need, and off it again
 #   try-packages.sh unpack FOLDER VERSION   all, unpacked into the folder
 set -euo pipefail
 way=$1 version=$3
@@ -61,6 +61,13 @@ check_consumers() {
   done
 }
 
+check_examples() {
+  local flags
+  read -ra flags <<<"$(pkg-config --cflags pluginsdk)"
+  quietly g++ -std=c++17 -fsyntax-only -Wall -Wextra -Wpedantic -Werror "${flags[@]}" \
+    "$prefix"/usr/share/doc/libpluginsdk-dev/examples/*.cpp
+}
+
 check_removal() {
   local path
   dpkg -L "${packages[@]}" | sort -u | grep -vxF -e '' -e /. >installed
@@ -96,4 +103,5 @@ case "$way" in
 esac
 check_tool
 check_consumers
+check_examples
 [ "$way" = unpack ] || check_removal
