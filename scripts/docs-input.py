@@ -48,6 +48,8 @@ def target(guide, link):
     """What Doxygen calls the target of a link, or None when the reference does not hold it."""
     path, _, section = link.partition("#")
     other = (guide.parent / path).resolve() if path else guide
+    if not other.exists():
+        return link  # and the check of the pages finds that it leads nowhere
     if not other.is_relative_to(ROOT):
         return None
     name = other.relative_to(ROOT).as_posix()
