@@ -2,6 +2,7 @@
 """House rules that no compiler knows: each broken one is told with the lines that break it."""
 import re
 import sys
+import textwrap
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
@@ -102,7 +103,7 @@ def unlisted_sources():
 
 
 def dead_links():
-    for document in [ROOT / "README.md", *sorted((ROOT / "docs").glob("*.md"))]:
+    for document in [*sorted(ROOT.glob("*.md")), *sorted((ROOT / "docs").glob("*.md"))]:
         for link in re.findall(r"\]\(([^)#:\s]+)[)#]", document.read_text()):
             if not (document.parent / link).exists():
                 yield f"{name(document)}: {link}"
@@ -117,6 +118,21 @@ def unknown_tests():
             yield f"docs/reliability.md: {test}"
 
 
+def strange_quotes():
+    """Blocks of C++ in the guides that no example holds, apart from the indentation of the whole block."""
+    def flush_left(lines):
+        return textwrap.dedent("\n".join(lines))
+
+    sources_of_examples = [p.read_text().splitlines() for p in sources("examples")]
+    for document in sorted((ROOT / "docs").glob("*.md")):
+        for block in re.finditer(r"^```cpp\n(.*?)^```$", document.read_text(), re.M | re.S):
+            quote = block[1].splitlines()
+            if not any(flush_left(lines[at:at + len(quote)]) == flush_left(quote)
+                       for lines in sources_of_examples for at in range(len(lines))):
+                number = document.read_text().count("\n", 0, block.start()) + 1
+                yield f"{name(document)}:{number}: {quote[0].strip() if quote else 'an empty block'} ..."
+
+
 RULES = [
     *forbidden(),
     ("a position in the log names an existing source, without its ending", positions()),
@@ -125,6 +141,7 @@ RULES = [
     ("a source that no CMakeLists.txt names is neither built nor run", unlisted_sources()),
     ("links inside the documents lead somewhere", dead_links()),
     ("a claim of reliability names a test that exists", unknown_tests()),
+    ("C++ in a guide is quoted from a program in examples/, which a test runs", strange_quotes()),
 ]
 
 broken = 0
