@@ -114,25 +114,23 @@ void WarnOfUnused(const Members& members, BuildParameter build, const ParameterT
   }
 }
 
-// Each rule in turn, while the members of the other rules are right.
+// Each rule in turn, while the members that other rules are about are right.
 void CheckDisplay(const Members& members, BuildParameter build, Findings& findings) {
   ParameterText text{kSomeText, kSomeText, true, kSomeText, kSomeText};
-  bool isRight = true;
-  const auto judge = [&](const char* key) {
-    const auto refusal = members.CanJudge(key) ? Refusal([&] { return Build(build, text); }) : std::nullopt;
+  const auto isRight = [&](const char* key) {
+    if (!members.CanJudge(key)) return false;
+    const auto refusal = Refusal([&] { return Build(build, text); });
     if (refusal) findings.Fault(members.At(key), *refusal);
-    isRight = isRight && members.CanJudge(key) && !refusal;
+    return !refusal;
   };
   text.displayType = OrEmpty(members.Text("displayType"));
-  judge("displayType");
-  if (!isRight) return;
+  if (!isRight("displayType")) return;
   text.displayFormat = members.Text("displayFormat");
-  judge("displayFormat");
-  text.displayFormat = text.displayFormat == nullptr ? kSomeText : text.displayFormat;
+  if (!isRight("displayFormat")) text.displayFormat = kSomeText;
   text.hasValues = members.Find("displayValues") != nullptr;
   text.valueFromProperty = OrEmpty(members.Text("valueFromProperty"));
-  judge("displayValues");
-  if (isRight) WarnOfUnused(members, build, text, findings);
+  if (!isRight("displayValues")) text.hasValues = true;
+  WarnOfUnused(members, build, text, findings);
 }
 
 // ---- Items of a module
