@@ -75,22 +75,31 @@ notifyPluginUpdate request: 17 faults, 4 warnings; 1199 bytes in indented printi
 )")));
 }
 
-// The findings without their positions and without the summary are compared.
 TEST(Check, TellsWhatIsWrongWithReportsAndEnvelopes) {
   const std::string stamp = R"({"appGUID":"g","epoch":"1","moduleName":"m",)";
   const std::string around = R"({"jsonrpc":"2.0","params":)" + stamp + R"("events":[]},"method":")";
-  const std::string signature = "Event?authorization=$argon2id$v=19$m=64,t=16,p=8$<22>$";
+  const std::string large = R"({"jsonrpc":"2.0","method":"v1/notifyPluginState","params":{"states":[],)"
+                            R"("epoch":"1","moduleName":"m","appGUID":")";
+  const std::string tooLarge = "The data size exceeds the maximum name length, i.e. 2048 Bytes. (2)\n";
+  const std::string order = "warning: /params: the order is \"jsonrpc\", \"params\", \"method\"\n";
+  message_test::WatcherPlugin plugin;
+  // What stands before the summary, without positions. The rest of a large request takes 142 bytes.
   const std::pair<std::string, std::string> rows[] = {
+      {Printed(plugin.Build("v2")->m_request), ""},
+      {large + "<1817>\"}}", order},
+      {large + "<1818>\"}}", "warning: (document): is too large once it is signed: " + tooLarge + order},
+      {large + "<1907>\"}}", "(document): " + tooLarge + order},
       {stamp +
            R"("states":[{"name":"1","value":"<512>"},{"value":"<513>"},{"name":"n","value":["<1020>"]},)" +
            R"({"name":"o","value":["<1021>"]},{"name":"p","value":[{"name":"<128>"},{"name":"<129>"}]}]})",
-       "(document): The data size exceeds the maximum name length, i.e. 2048 Bytes. (2)\n"
-       "warning: /states/0/name: cannot have been declared: Invalid name format: \"1\" (1)\n"
-       "/states/1/name: name is NULL (3)\n"
-       "/states/1/value: The length of \"<513>\" exceeds the maximum string length, i.e. 512 Bytes. (2)\n"
-       "/states/3/value: The length of \"o\" exceeds the maximum table length, i.e. 1024 Bytes. (2)\n"
-       "/states/4/value/1/name: The length of \"<129>\" exceeds the maximum header length, i.e. 128 Bytes. "
-       "(2)\n"},
+       "(document): " + tooLarge +
+           "warning: /states/0/name: cannot have been declared: Invalid name format: \"1\" (1)\n"
+           "/states/1/name: name is NULL (3)\n"
+           "/states/1/value: The length of \"<513>\" exceeds the maximum string length, i.e. 512 Bytes. (2)\n"
+           "/states/3/value: The length of \"o\" exceeds the maximum table length, i.e. 1024 Bytes. (2)\n"
+           "/states/4/value/1/name: The length of \"<129>\" exceeds the maximum header length, i.e. 128 "
+           "Bytes. "
+           "(2)\n"},
       {stamp +
            R"("metrics":[{"name":"a","value":1.005},{"name":"a","value":1e15},{"name":"b","value":"5"}]})",
        "warning: /metrics/0/value: is sent with two decimals: 1\n"
@@ -100,49 +109,22 @@ TEST(Check, TellsWhatIsWrongWithReportsAndEnvelopes) {
       {around + "v3/notifyPluginEvent\",\"id\":1}",
        "/method: unknown version \"v3\"\n"
        "/id: makes it a request that waits for an answer; messages are notifications\n"},
-      {around + "v2/notifyPlugin" + signature + "<21>\"}",
+      {around + "v2/notifyPluginEvent?authorization=$argon2id$v=19$m=64,t=16,p=8$<22>$<21>\"}",
        "/method: what follows the method is no signature of this system\n"},
-      {around + "v2/notifyPlugin" + signature + "<22>\"}", ""},
-      {R"({"method":"v1/notifyPluginCommand","jsonrpc":"2.0","params":{}})",
-       "/method: the agent sends this, a plugin never does\n"
-       "warning: /jsonrpc: the order is \"jsonrpc\", \"params\", \"method\"\n"},
+      {R"({"jsonrpc":"2.0","params":{},"method":"v1/notifyPluginCommand"})",
+       "/method: the agent sends this, a plugin never does\n"},
   };
   for (const auto& [input, findings] : rows) {
     SCOPED_TRACE(input);
     const auto [status, text] = RunTool("check -", Filled(input));
     EXPECT_EQ(std::regex_replace(text, std::regex(" \\[[0-9:]+\\](\n)|[^\n]*\n$"), "$1"), Filled(findings));
-    EXPECT_EQ(status, findings.empty() ? 0 : 1);
+    EXPECT_EQ(status, text.find(": no faults, ") == std::string::npos ? 1 : 0);
   }
-}
-
-TEST(Check, AcceptsWhatTheLibraryBuildsUpToTheLimit) {
-  message_test::WatcherPlugin plugin;
-  const std::string text = RunTool("check", Printed(plugin.Build("v2")->m_request)).second;
-  EXPECT_EQ(text.rfind("notifyPluginUpdate request: no faults, no warnings; ", 0), 0U) << text;
-  const auto sized = [](const std::string& fill) {
-    const std::string params = R"({"appGUID":"<)" + fill + R"(>","epoch":"1","moduleName":"m","states":[]})";
-    return RunTool("check",
-                   Filled(R"({"jsonrpc":"2.0","params":)" + params + R"(,"method":"v1/notifyPluginState"})"))
-        .second;
-  };
-  const std::string tooLarge =
-      "The data size exceeds the maximum name length, i.e. 2048 Bytes. (2) [1:1]\nnotifyPluginState "
-      "request: ";
-  EXPECT_EQ(sized("1817"),
-            "notifyPluginState request: no faults, no warnings; 1959 of 2048 bytes in indented printing, "
-            "2048 when signed\n");
-  EXPECT_EQ(sized("1818"),
-            "warning: (document): is too large once it is signed: " + tooLarge +
-                "no faults, 1 warning; 1960 of 2048 bytes in indented printing, 2049 when signed\n");
-  EXPECT_EQ(sized("1907"),
-            "(document): " + tooLarge +
-                "1 fault, no warnings; 2049 of 2048 bytes in indented printing, 2138 when signed\n");
 }
 
 const std::string kModel = R"({"appName":"W\u001b]0;\u0007","displayName":"\u202e\u009b","version":"1",
 "modules":[{"moduleName":"cam","displayName":"門口攝影機","states":[5,{"name":"éééééééééééé"}]}]})";
-// In twenty columns.
-const std::string kNarrow = R"(W\u001b]0;\u0007 1 …
+const std::string kInTwentyColumns = R"(W\u001b]0;\u0007 1 …
 └─ cam "門口攝影機"
    └─ states (2)
       ├─ (no object…
@@ -151,7 +133,7 @@ const std::string kNarrow = R"(W\u001b]0;\u0007 1 …
 
 TEST(Describe, KeepsToTheWidthAndColorsATerminalOnly) {
   EXPECT_EQ(RunTool("describe", kModel).second.find(R"(W\u001b]0;\u0007 1 "\u202e\u009b", 1 module)"), 0U);
-  EXPECT_EQ(RunTool("describe --width 20", kModel), Answer(0, kNarrow));
+  EXPECT_EQ(RunTool("describe --width 20", kModel), Answer(0, kInTwentyColumns));
   EXPECT_NE(RunTool("describe --width 18", kModel).second.find("\n└─ cam \"門口攝影…\n"), std::string::npos);
   EXPECT_EQ(RunTool("describe", R"({"method":"v1/notifyPluginState","params":{"modules":[]}})"),
             Answer(1, ""));
@@ -164,8 +146,8 @@ TEST(Describe, KeepsToTheWidthAndColorsATerminalOnly) {
     if (child == 0) ::_exit(::execl("/bin/sh", "sh", "-c", command.c_str(), kModel.c_str(), nullptr));
     const std::string text = std::regex_replace(Output(::fdopen(terminal, "r")), std::regex("\r"), "");
     ::waitpid(child, nullptr, 0);
-    EXPECT_EQ(text == kNarrow, environment != "A=b") << text;
-    EXPECT_EQ(std::regex_replace(text, std::regex("\x1b\\[[0-9]*m"), ""), kNarrow);
+    EXPECT_EQ(text == kInTwentyColumns, environment != "A=b") << text;
+    EXPECT_EQ(std::regex_replace(text, std::regex("\x1b\\[[0-9]*m"), ""), kInTwentyColumns);
   }
 }
 
