@@ -25,7 +25,7 @@ struct Verdicts {
 };
 
 /// One thread at a time, its connection included.
-class MqttAgent : private ClientOwner {
+class MqttAgent final : private ClientOwner {
  public:
   /// @param keys access key of each plugin, by its GUID
   /// @param commandEvery a plugin gets a command after each n-th of its reports

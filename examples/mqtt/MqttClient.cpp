@@ -50,35 +50,38 @@ bool IsTransient(int reason) {
 
 }  // namespace
 
-/// An exception must not pass through the library's C code, which would leave it in the middle of its work.
+/// These only note what has happened: libmosquitto holds locks while it calls them, so that publishing from
+/// here would take its locks in another order than it does itself; and no exception may pass through its C
+/// code.
 struct MqttClient::Callbacks {
-  template <class Function>
-  static void Guarded(void* self, Function function) noexcept {
+  static void Note(void* self, Handler handler, int reason, const mosquitto_message* message) noexcept {
     auto& client = *static_cast<MqttClient*>(self);
     try {
-      function(client);
+      Event& event = client.m_events.emplace_back(Event{handler, reason, {}, {}});
+      if (message != nullptr) {
+        event.topic = message->topic;
+        event.text.assign(static_cast<const char*>(message->payload),
+                          static_cast<std::size_t>(message->payloadlen));
+      }
     } catch (...) {
-      client.Keep(std::current_exception());
+      client.m_error = std::current_exception();
     }
   }
   static void Connect(mosquitto*, void* self, int reason, int /*flags*/, const mosquitto_property*) {
-    Guarded(self, [=](MqttClient& client) { client.OnConnected(reason); });
+    Note(self, &MqttClient::OnConnected, reason, nullptr);
   }
-  static void Disconnect(mosquitto*, void* self, int /*reason*/, const mosquitto_property*) {
-    Guarded(self, [](MqttClient& client) { client.OnLost(); });
+  static void Disconnect(mosquitto*, void* self, int reason, const mosquitto_property*) {
+    Note(self, &MqttClient::OnLost, reason, nullptr);
   }
   static void Subscribe(mosquitto*, void* self, int /*id*/, int, const int* granted,
                         const mosquitto_property*) {
-    Guarded(self, [=](MqttClient& client) { client.OnSubscribed(*granted); });
+    Note(self, &MqttClient::OnSubscribed, *granted, nullptr);
   }
   static void Publish(mosquitto*, void* self, int /*id*/, int reason, const mosquitto_property*) {
-    Guarded(self, [=](MqttClient& client) { client.OnConfirmed(reason); });
+    Note(self, &MqttClient::OnConfirmed, reason, nullptr);
   }
   static void Message(mosquitto*, void* self, const mosquitto_message* message, const mosquitto_property*) {
-    Guarded(self, [=](MqttClient& client) {
-      const auto* text = static_cast<const char*>(message->payload);
-      client.m_owner.Received(message->topic, std::string(text, text + message->payloadlen));
-    });
+    Note(self, &MqttClient::OnMessage, 0, message);
   }
 };
 
@@ -151,39 +154,41 @@ void MqttClient::Serve(short events) {
   if ((events & POLLOUT) != 0) {
     static_cast<void>(mosquitto_loop_write(handle, 1));
   }
-  if (mosquitto_socket(handle) >= 0) {
-    static_cast<void>(mosquitto_loop_misc(handle));
-  } else if (steady_clock::now() >= m_nextAttempt) {
+  static_cast<void>(mosquitto_loop_misc(handle));
+  HandleEvents();
+  if (mosquitto_socket(handle) < 0 && steady_clock::now() >= m_nextAttempt) {
     ConnectAgain();
   }
+}
+
+void MqttClient::HandleEvents() {
   if (m_error != nullptr) {
     std::rethrow_exception(std::exchange(m_error, nullptr));
   }
-}
-
-/// The first error is the one that explains the others.
-void MqttClient::Keep(std::exception_ptr error) noexcept {
-  if (m_error == nullptr) {
-    m_error = std::move(error);
+  // One of them may throw, and one may add others: each leaves the list before it is handled.
+  while (!m_events.empty()) {
+    const Event event = std::move(m_events.front());
+    m_events.pop_front();
+    (this->*event.handler)(event);
   }
 }
 
-void MqttClient::OnConnected(int reason) {
-  if (reason != MQTT_RC_SUCCESS) {
-    if (IsTransient(reason)) {
+void MqttClient::OnConnected(const Event& event) {
+  if (event.reason != MQTT_RC_SUCCESS) {
+    if (IsTransient(event.reason)) {
       return;  // the broker hangs up now, and we come again
     }
     throw std::runtime_error(std::string("the broker refuses the connection: ") +
-                             mosquitto_reason_string(reason));
+                             mosquitto_reason_string(event.reason));
   }
   Require(mosquitto_subscribe_v5(m_handle.get(), nullptr, m_topic.c_str(), kAtLeastOnce, 0, nullptr),
           "subscribe");
 }
 
-void MqttClient::OnSubscribed(int reason) {
-  if (reason >= kFirstRefusal) {
+void MqttClient::OnSubscribed(const Event& event) {
+  if (event.reason >= kFirstRefusal) {
     throw std::runtime_error("the broker refuses the subscription to " + m_topic + ": " +
-                             mosquitto_reason_string(reason));
+                             mosquitto_reason_string(event.reason));
   }
   DEMO_LOG(UTL_LOG_INFO, "subscribed to %s", m_topic.c_str());
   m_pause = kFirstPause;
@@ -191,17 +196,22 @@ void MqttClient::OnSubscribed(int reason) {
   m_owner.Subscribed();
 }
 
-void MqttClient::OnLost() {
-  DEMO_LOG(UTL_LOG_WRN, "the connection with %s is lost", m_topic.c_str());
+void MqttClient::OnLost(const Event& event) {
+  DEMO_LOG(UTL_LOG_WRN, "the connection with %s is lost: %s", m_topic.c_str(),
+           mosquitto_strerror(event.reason));
   m_isReady = false;
   ScheduleConnection();
 }
 
-void MqttClient::OnConfirmed(int reason) {
+void MqttClient::OnConfirmed(const Event& event) {
   --m_unconfirmed;
-  if (reason >= kFirstRefusal) {
-    m_owner.Refused(mosquitto_reason_string(reason));
+  if (event.reason >= kFirstRefusal) {
+    m_owner.Refused(mosquitto_reason_string(event.reason));
   }
+}
+
+void MqttClient::OnMessage(const Event& event) {
+  m_owner.Received(event.topic, event.text);
 }
 
 void MqttClient::ConnectAgain() {

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <deque>
 #include <exception>
 #include <memory>
 #include <random>
@@ -75,19 +76,28 @@ class MqttClient {
     void operator()(mosquitto* handle) const noexcept;
   };
   struct Callbacks;  ///< the functions that libmosquitto calls
+  struct Event;
+  using Handler = void (MqttClient::*)(const Event&);
+  struct Event {
+    Handler handler;
+    int reason;
+    std::string topic, text;
+  };
 
-  void Keep(std::exception_ptr error) noexcept;
-  void OnConnected(int reason);
-  void OnSubscribed(int reason);
-  void OnLost();
-  void OnConfirmed(int reason);
+  void HandleEvents();
+  void OnConnected(const Event& event);
+  void OnSubscribed(const Event& event);
+  void OnLost(const Event& event);
+  void OnMessage(const Event& event);
+  void OnConfirmed(const Event& event);
   void ConnectAgain();
   void ScheduleConnection();
 
   ClientOwner& m_owner;
   std::string m_topic;
   std::unique_ptr<mosquitto, Deleter> m_handle;
-  std::exception_ptr m_error;  ///< thrown in a callback, on its way to the caller of Serve
+  std::deque<Event> m_events;  ///< noted by the callbacks
+  std::exception_ptr m_error;  ///< want of memory for one of them
   bool m_isReady = false;
   std::size_t m_unconfirmed = 0;
   std::chrono::milliseconds m_pause;

@@ -29,7 +29,7 @@ struct Traffic {
 
 /// One thread at a time, its connection included; distinct plugins may run on distinct threads. Throws what
 /// the builders (CPluginException) and the connection throw.
-class SensorPlugin : private ClientOwner {
+class SensorPlugin final : private ClientOwner {
  public:
   /// @param corruptEvery changes one byte of every n-th report after it was signed; 0 for none
   SensorPlugin(const Broker& broker, const Identity& identity, long corruptEvery, Traffic& traffic);

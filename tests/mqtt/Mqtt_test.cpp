@@ -31,7 +31,7 @@ struct Mqtt : ::testing::Test {
   }
   void StartBroker(const std::string& settings = "") {
     broker.reset();
-    std::ofstream(in + "log");  // no word of the broker before
+    std::filesystem::remove(in + "log");  // no word of the broker before
     for (; logtest::ReadFile(in + "log").find(" running\n") == std::string::npos; ::usleep(10000)) {
       if (broker && ::waitpid(broker->pid, nullptr, WNOHANG) == 0) continue;
       port += broker ? 1 : 0;  // this one is taken
