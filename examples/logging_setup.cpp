@@ -26,6 +26,7 @@ constexpr unsigned kFileSize = 524288;  // a log file that has reached it is fol
 class InMemoryLog {
  public:
   explicit InMemoryLog(int id) : m_id(id) {
+    // The ring takes lines only while a log file is open. This line opens it.
     LOG(UTL_LOG_INFO, "what a killed run left, if anything, follows");
     if (UTL_LOGSetEnableInMemoryLogging(true, m_id) != 0) {
       LOG(UTL_LOG_WRN, "no shared memory: each line goes to the file, as before");
@@ -96,7 +97,6 @@ int main(int argc, char** argv) {
     return 2;
   }
   SetUp(argv[0], argv[1]);
-  LOG(UTL_LOG_INFO, "started");  // opens the file: the ring takes lines only while one is open
   const InMemoryLog ring(id);
   Work(argc > 3 && argv[3] == std::string("--crash"));
   LOG(UTL_LOG_INFO, "ended");
