@@ -109,12 +109,28 @@ def unseen(reference):
 
 
 class Page(HTMLParser):
+    VERBATIM = ("pre", "code", "script", "style")
+    MARKUP = re.compile(r"`|\*\*|\]\(|@(?:ref|section|subsection|code|endcode|verbatim)\b|</?(?:tt|code|strong)>")
+
     def __init__(self, path):
         super().__init__()
-        self.anchors, self.links, self.fetched = set(), [], []
+        self.anchors, self.links, self.fetched, self.markup = set(), [], [], []
+        self.verbatim, self.divisions = 0, []
         self.feed(path.read_text())
 
+    def handle_data(self, data):
+        if not self.verbatim and "fragment" not in self.divisions and self.MARKUP.search(data):
+            self.markup.append(data.strip())
+
+    def handle_endtag(self, tag):
+        if tag == "div":
+            self.divisions.pop()
+        self.verbatim -= tag in self.VERBATIM
+
     def handle_starttag(self, tag, attributes):
+        self.verbatim += tag in self.VERBATIM
+        if tag == "div":
+            self.divisions.append(dict(attributes).get("class"))
         for key, value in attributes:
             if key == "id" or (key == "name" and tag == "a"):
                 self.anchors.add(value)
@@ -124,8 +140,14 @@ class Page(HTMLParser):
                 self.fetched.append(value)
 
 
-def dead_links(html):
-    pages = {path: Page(path) for path in sorted(html.rglob("*.html"))}
+def bare_markup(pages):
+    """Of a broken construct Doxygen shows the source, often without a warning."""
+    for path, page in pages.items():
+        if path.stem.startswith(("index", "guide-")):
+            yield from (f"{path.name}: {words[:100]}" for words in page.markup)
+
+
+def dead_links(html, pages):
     if html / "index.html" not in pages:
         yield f"{html}: no index.html"
     for path, page in pages.items():
@@ -154,11 +176,13 @@ if len(sys.argv) != 2:
     sys.exit(__doc__)
 folder = Path(sys.argv[1]).resolve()
 reference = Reference(folder / "xml")
+pages = {path: Page(path) for path in sorted((folder / "html").rglob("*.html"))}
 broken = False
 for fault, lines in [
     ("public names without words", reference.wordless),
     ("public names that the reference has not seen", list(unseen(reference))),
-    ("links that lead nowhere, or out of the reference", list(dead_links(folder / "html"))),
+    ("links that lead nowhere, or out of the reference", list(dead_links(folder / "html", pages))),
+    ("markup that is shown as text", list(bare_markup(pages))),
     ("pages that hold the path of this checkout", list(machine_paths(folder / "html"))),
 ]:
     if lines:

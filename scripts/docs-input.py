@@ -66,12 +66,15 @@ def target(guide, link):
 
 
 def reference(text, where):
-    """Inside the text of such a link Doxygen shows backticks as they are."""
-    code = re.fullmatch(r"`([^\"`]*)`", text)
-    return f'<code>{where} "{code[1]}"</code>' if code else f"[{text}]({where})"
+    """Inside the text of such a link Doxygen shows backticks as they are, and a new line ends it."""
+    line = " ".join(text.split())
+    code = re.fullmatch(r"`([^\"`]*)`", line)
+    link = f'<code>{where} "{code[1]}"</code>' if code else f"[{line}]({where})"
+    return link + "\n" * text.count("\n")
 
 
-def rewritten(guide, line):
+def rewritten(guide, words):
+    """A paragraph, a list or a table; links and code spans may go over the end of a line."""
     def link(found):
         text, where = found[1], found[2]
         if re.match(r"[a-z]+:", where):
@@ -81,26 +84,42 @@ def rewritten(guide, line):
             return text
         return reference(text, where) if where.startswith("@ref ") else f"[{text}]({where})"
 
+    # Between code spans a word behind a backslash or an at sign is no command.
+    spans = re.split(r"(`[^`]*`)", words)
+    spans[::2] = (re.sub(r"(?<!\\)[\\@](?=[A-Za-z])", r"\\\g<0>", span) for span in spans[::2])
+    words = "".join(spans)
     # Doxygen links classes by itself, but functions of none only where parentheses follow.
-    line = re.sub(r"(?<!\[)`(\w+)(?:\([^\"`]*)?`",
-                  lambda found: reference(found[0], f"@ref {found[1]}") if found[1] in FUNCTIONS else found[0], line)
+    words = re.sub(r"(?<!\[)`(\w+)(?:\([^\"`]*)?`",
+                   lambda found: reference(found[0], f"@ref {found[1]}") if found[1] in FUNCTIONS else found[0], words)
+    # Bold code, and a bar inside code inside a table, are Markdown that Doxygen does not know.
+    words = re.sub(r"\*\*(\S(?:.*?\S)?)\*\*", lambda found: f"<b>{found[1]}</b>" if "`" in found[1] else found[0],
+                   words, flags=re.S)
+    words = re.sub(r"`([^`\n]*\\\|[^`\n]*)`", lambda found: "<code>" + found[1].replace("\\|", "&#124;") + "</code>",
+                   words)
     # All images are copied into one folder, beside the pages.
-    line = re.sub(r"(!\[[^]]*\])\((?:[\w.-]+/)+([\w.-]+)\)", r"\1(\2)", line)
-    return re.sub(LINK, link, line)
+    words = re.sub(r"(!\[[^]]*\])\((?:[\w.-]+/)+([\w.-]+)\)", r"\1(\2)", words)
+    return re.sub(LINK, link, words)
+
+
+def headed(guide, line, taken):
+    """A heading with its anchor; the second one of the same words gets a 1 behind it, the third a 2."""
+    if line.startswith("# "):
+        return line if guide.stem == "index" else f"{line} {{#guide-{guide.stem}}}"
+    words = anchor(guide, line.lstrip("# "))
+    name = next(n for n in (words, *(f"{words}-{i}" for i in range(1, 1000))) if n not in taken)
+    taken.add(name)
+    return f"{line} {{#{name}}}"
 
 
 def filtered(guide):
-    fenced = False
-    for line in guide.read_text().splitlines():
-        if line.lstrip().startswith("```"):
-            fenced = not fenced
-        heading = not fenced and re.match(r"(#+) (.*)", line)
-        if heading and len(heading[1]) == 1 and guide.stem != "index":
-            yield f"# {heading[2]} {{#guide-{guide.stem}}}"
-        elif heading and len(heading[1]) > 1:
-            yield f"{line} {{#{anchor(guide, heading[2])}}}"
-        else:
-            yield line if fenced else rewritten(guide, line)
+    taken = set()
+    code = r"^```.*?^```$|(?<=\n\n)(?:    [^\n]*\n)+"
+    for number, part in enumerate(re.split(f"({code})", guide.read_text(), flags=re.M | re.S)):
+        if number % 2 == 1:
+            yield part
+            continue
+        for block in re.split(r"(^#+ .*$|\n\n)", part, flags=re.M):
+            yield headed(guide, block, taken) if re.match("#+ ", block) else rewritten(guide, block)
 
 
 def example_pages():
@@ -125,4 +144,4 @@ if sys.argv[1] == "--guides":
 elif sys.argv[1] == "--examples":
     print("\n".join(example_pages()))
 else:
-    print("\n".join(filtered(Path(os.path.abspath(sys.argv[1])))))
+    print("".join(filtered(Path(os.path.abspath(sys.argv[1])))), end="")
