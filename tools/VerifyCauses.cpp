@@ -25,7 +25,8 @@ constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
 constexpr std::string_view kHex = "0123456789abcdef";
 constexpr std::string_view kCapitalHex = "0123456789ABCDEF";
 
-// At most 350 different attempts are made: a fraction of a second with the system's own signatures.
+// Fewer than 400 attempts are made: a fraction of a second with the system's own signatures. It is more for
+// costly ones and for very long texts.
 constexpr std::chrono::seconds kPatience(3);
 
 // ---- Changes of the text
@@ -172,6 +173,7 @@ class Searcher {
 
   std::optional<Cause> One() {
     for (const TextRow& row : kTextRows) {
+      if (!InTime()) return std::nullopt;
       if (Try(row.undo(m_suspect, m_suspect.text), 0)) return Cause{row.cause, row.remedy};
     }
     for (std::size_t key = 0; key < kKeyRows.size(); ++key) {
@@ -185,6 +187,7 @@ class Searcher {
       const TextRow& row = kTextRows[i];
       const std::string text = row.undo(m_suspect, m_suspect.text);
       for (std::size_t key = 0; key < kKeyRows.size(); ++key) {
+        if (!InTime()) return std::nullopt;
         if (Try(text, key + 1)) return Both(row, kKeyRows[key]);
       }
       for (std::size_t j = i + 1; j < kTextRows.size(); ++j) {
@@ -202,9 +205,14 @@ class Searcher {
   }
 
   bool TryBoth(const TextRow& one, const TextRow& other) {
-    if (one.step == other.step) return false;
+    if (one.step == other.step || !InTime()) return false;
     const auto& [first, second] = one.step < other.step ? std::tie(one, other) : std::tie(other, one);
     return Try(second.undo(m_suspect, first.undo(m_suspect, m_suspect.text)), 0);
+  }
+
+  bool InTime() {
+    m_complete = m_complete && std::chrono::steady_clock::now() - m_start < kPatience;
+    return m_complete;
   }
 
   // Most changes change nothing of a given text or key; what was tried is not tried again.
@@ -213,8 +221,7 @@ class Searcher {
     if (!CPluginUtil::GetSignDigest(text, &digest)) return false;
     if (m_keys[key].Bytes() == m_keys[0].Bytes()) key = 0;
     if (m_keys[key].Bytes().empty() || !m_tried.emplace(digest, key).second) return false;
-    m_complete = m_complete && std::chrono::steady_clock::now() - m_start < kPatience;
-    return m_complete && m_fits(digest, m_keys[key]);
+    return m_fits(digest, m_keys[key]);
   }
 
   const Suspect& m_suspect;
