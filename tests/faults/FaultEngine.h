@@ -33,4 +33,13 @@ struct Window {
   static inline bool isOpen = false;
 };
 
+/// How often `operation` makes the call, which meets no fault meanwhile.
+template <typename Operation>
+int CountOf(const char* call, Operation operation) {
+  current = {call, 0, -1};
+  const Window window;
+  operation();
+  return current.seen;
+}
+
 }  // namespace faults

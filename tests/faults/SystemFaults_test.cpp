@@ -52,7 +52,7 @@ void UseEverything(const std::string& text, int ringId) {
 }
 
 void ExpectWritten(const logtest::TemporaryDirectory& root, const std::string& text) {
-  const std::vector<std::string> files = FilesIn(root.series());
+  const logtest::Texts files = FilesIn(root.series());
   ASSERT_EQ(files.size(), 1U);  // everything older is deleted
   EXPECT_EQ(Count(ReadFile(files[0]), "file " + text + "."), 1);
   EXPECT_EQ(Count(ReadFile(files[0]), "ring " + text + ";"), 1);
@@ -157,12 +157,7 @@ TEST(SystemFaults, ALineMakesNoCallTooMany) {
       print();
       std::string calls;
       for (const char* call : kCalls) {
-        faults::current = {call, 0, -1};  // is counted and meets nothing
-        {
-          const Window window;
-          print();
-        }
-        for (int i = 0; i < faults::current.seen; ++i) calls.append(call).append(" ");
+        for (int count = faults::CountOf(call, print); count > 0; --count) calls.append(call).append(" ");
       }
       EXPECT_EQ(calls, row.calls);
     });
@@ -223,7 +218,7 @@ TEST(SystemFaults, EnvironmentThatFails) {
       for (int i = 0; i < 20; ++i) Log("during" + std::string(300, '.'));
       row.end(root.path());
       Log("next line");
-      const std::vector<std::string> files = FilesIn(root.series());
+      const logtest::Texts files = FilesIn(root.series());
       EXPECT_EQ(files.empty() ? 0 : Count(ReadFile(files[0]), "| next line"), row.keepsFile);
       row.begin(root.path());
       UseEverything("in vain", ringId);
@@ -303,7 +298,7 @@ TEST(SystemFaults, ClockSetBackAndEntriesWithoutType) {
         const Window window;
         Log(text);
       }
-      const std::vector<std::string> files = FilesIn(root.series());
+      const logtest::Texts files = FilesIn(root.series());
       ASSERT_EQ(files.size(), 1U);  // the file just opened, whatever its name sorts like
       EXPECT_EQ(Count(ReadFile(files[0]), text), 1);
     }

@@ -67,10 +67,9 @@ TEST(IncomingRequests, BothParsersTrustTheSameTexts) {
     const char* text = row.text.c_str();
     const Outcome verdict = row.outcome == kSilent ? kRefused : row.outcome;
     EXPECT_EQ(Logged([&] { EXPECT_EQ(Try<CAlarmUpdatePluginJson>(text, row.key), verdict); }).size(), 0U);
+    const std::size_t lines[] = {0, 1, 4, 0};  // of a command, by outcome
     EXPECT_EQ(Logged([&] { EXPECT_EQ(Try<CCommandPluginJson>(text, row.key), verdict); }).size(),
-              row.outcome == kRefused   ? 1U
-              : row.outcome == kTrusted ? 4U
-                                        : 0U);
+              lines[row.outcome]);
     // Within limits that admit the system's own signatures, only unsigned texts lose their trust.
     const bool isUnsigned = row.text.find("v1") != std::string::npos && *row.key != '\0';
     EXPECT_EQ(Try<CAlarmUpdatePluginJson>(text, row.key, limits), isUnsigned ? kRefused : verdict);

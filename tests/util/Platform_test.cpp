@@ -35,7 +35,7 @@ TEST(ErrorCodes, EveryErrnoHasItsCodeAndTheUnknownOnesAreLogged) {
       EXPECT_EQ(VPLError_XlatErrno(value), kCodes.count(value) == 0 ? -9099 : kCodes.at(value)) << value;
   });
   logtest::ExpectCleanExit(result);
-  std::vector<std::string> expected;
+  logtest::Texts expected;
   for (int value = -1; value <= 200; ++value) {
     if (kCodes.count(value) == 0) {
       expected.push_back("!!WRN!!|Converting unknown error code " + std::to_string(value) +

@@ -118,29 +118,29 @@ struct Creation {
   unsigned long stackSize;
   std::uint32_t level;
   int code;
-  const char* loggedSize;  // empty: refused before anything is logged
+  int loggedSize;  // 0: refused before anything is logged
   int priority, readBack;
 };
 
 // The formulas of the levels round down, so a level does not read back as itself.
 const Creation kCreations[] = {
-    {"defaults", true, true, false, false, 1, 10, 0, "2097152", 0, 0},
-    {"defaults without handle", true, false, false, false, 1, 10, -9007, "", 0, 0},
-    {"no function", false, true, false, false, 1, 10, -9007, "", 0, 0},
-    {"joinable", true, true, true, false, 0, 0xFFFFFFFF, 0, "2097152", 0, 0},
-    {"joinable without handle", true, false, true, false, 0, 0, -9007, "", 0, 0},
-    {"detached", true, true, true, true, 1048576, 0, 0, "1048576", 0, 0},
-    {"detached without handle", true, false, true, true, 1048576, 0, 0, "1048576", 0, 0},
-    {"lowest real-time level", true, true, true, false, 65536, 1, 0, "65536", 11, 0},
-    {"middle level", true, true, true, false, 65536, 5, 0, "65536", 55, 4},
-    {"highest level", true, true, true, false, 65536, 9, 0, "65536", 99, 9},
-    {"level above the scale", true, true, true, false, 65536, 10, -9007, "65536", 0, 0},
+    {"defaults", true, true, false, false, 1, 10, 0, 2097152, 0, 0},
+    {"defaults without handle", true, false, false, false, 1, 10, -9007, 0, 0, 0},
+    {"no function", false, true, false, false, 1, 10, -9007, 0, 0, 0},
+    {"joinable", true, true, true, false, 0, 0xFFFFFFFF, 0, 2097152, 0, 0},
+    {"joinable without handle", true, false, true, false, 0, 0, -9007, 0, 0, 0},
+    {"detached", true, true, true, true, 1048576, 0, 0, 1048576, 0, 0},
+    {"detached without handle", true, false, true, true, 1048576, 0, 0, 1048576, 0, 0},
+    {"lowest real-time level", true, true, true, false, 65536, 1, 0, 65536, 11, 0},
+    {"middle level", true, true, true, false, 65536, 5, 0, 65536, 55, 4},
+    {"highest level", true, true, true, false, 65536, 9, 0, 65536, 99, 9},
+    {"level above the scale", true, true, true, false, 65536, 10, -9007, 65536, 0, 0},
 };
 
 struct Seen {
   sched_param parameter{};
   int level = -1;
-  std::promise<void> done;
+  std::promise<void> done{};
 };
 
 void* Look(void* argument) {
@@ -161,7 +161,9 @@ void CreateAndJudge(const Creation& row) {
                                               &seen, row.attributes ? &attributes : nullptr, "name");
   if (row.priority > 0 && code == -9001) return;  // no privilege for real-time scheduling here
   EXPECT_EQ(code, row.code);
-  if (code != 0 || row.detached) EXPECT_EQ(handle, row.handle && row.function ? 0 : kStale);
+  if (code != 0 || row.detached) {
+    EXPECT_EQ(handle, row.handle && row.function ? 0 : kStale);
+  }
   if (code != 0) return;
   seen.done.get_future().wait();
   EXPECT_EQ(seen.parameter.sched_priority, row.priority);
@@ -180,10 +182,11 @@ TEST(Threads, AreCreatedAsAskedForOrRefused) {
     for (const Creation& row : kCreations) CreateAndJudge(row);
   });
   logtest::ExpectCleanExit(result);
-  std::vector<std::string> expected;
-  for (const Creation& row : kCreations)
-    if (*row.loggedSize != '\0')
-      expected.push_back(std::string(" INFO  |Creating thread with stack size = ") + row.loggedSize);
+  logtest::Texts expected;
+  for (const Creation& row : kCreations) {
+    const std::string line = " INFO  |Creating thread with stack size = " + std::to_string(row.loggedSize);
+    if (row.loggedSize != 0) expected.push_back(line);
+  }
   EXPECT_EQ(logtest::Messages(result.out), expected);
 }
 
