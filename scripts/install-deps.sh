@@ -11,7 +11,7 @@
 # Groups may be combined.
 set -euo pipefail
 
-packages=(g++ cmake ninja-build pkg-config libcjson-dev libargon2-dev libssl-dev libgtest-dev libcli11-dev)
+packages=(g++ cmake ninja-build pkg-config python3 libcjson-dev libargon2-dev libssl-dev libgtest-dev libcli11-dev)
 for group in "$@"; do
   case "$group" in
     check)
