@@ -24,13 +24,13 @@ struct Field {
   bool required = false;  ///< for members that no rule of the library asks for
 };
 
-/// The fields of one kind of object; refers to a table that lives as long as the program.
+/// The fields of one kind of object; refers to a table, which must live longer.
 struct Shape {
   const Field* fields;
   std::size_t count;
   template <std::size_t N>
-  constexpr Shape(const Field (&table)[N])
-      : fields(table), count(N) {}  // NOLINT(google-explicit-constructor)
+  // NOLINTNEXTLINE(google-explicit-constructor): a table is all that a shape is
+  constexpr Shape(const Field (&table)[N]) : fields(table), count(N) {}
 };
 
 /// Members of one object. Whatever is wrong with their number, spelling and types is told at construction.

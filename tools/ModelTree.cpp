@@ -26,7 +26,8 @@ constexpr std::array<const char*, 14> kItemKeys = {
     "displayUnit", "displayFormat", "displayValues",     "required",         "defaultValue",
     "type",        "value",         "valueFromProperty", "displayOnProperty"};
 
-constexpr std::size_t kLongValue = 40;  // columns; half a line of a usual terminal
+constexpr std::size_t kLongValue = 40;               // columns; half a line of a usual terminal
+constexpr std::size_t kMostBytes = 10 * kLongValue;  // a list that is longer will be cut anyway
 
 std::size_t CountOf(const cJSON* parent) {
   std::size_t count = 0;
@@ -102,9 +103,8 @@ class Describer {
 
   std::string ListOf(const cJSON* list) const {
     std::string text;
-    std::size_t left = kLongValue;  // no more elements than columns are worth looking at
     for (const cJSON* element : Children(list)) {
-      if (left-- == 0) break;
+      if (text.size() > kMostBytes) break;
       text += text.empty() ? "" : " | ";
       const JsonText printed = cJSON_IsString(element) ? nullptr : Print(element, false);
       text += cJSON_IsString(element) ? Clean(element->valuestring) : Clean(printed ? printed.get() : "");
@@ -261,7 +261,7 @@ const cJSON* FindRegistration(const cJSON* document, std::string& why) {
   const cJSON* const params = wrapped == nullptr ? document : wrapped;
   if (cJSON_HasObjectItem(params, "appName") != 0 || cJSON_HasObjectItem(params, "modules") != 0)
     return params;
-  why = "has neither \"appName\" nor \"modules\"";
+  why = R"(has neither "appName" nor "modules")";
   return nullptr;
 }
 

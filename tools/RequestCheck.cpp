@@ -304,7 +304,7 @@ bool IsSignature(std::string_view text) {
 
 const char* FaultOfSuffix(std::string_view version, std::string_view suffix) {
   if (version == ApiVersion::v1) return suffix.empty() ? nullptr : "\"v1\" requests carry no signature";
-  if (suffix.empty()) return "\"v2\" requests are signed: \"?authorization=\" and a signature must follow";
+  if (suffix.empty()) return R"("v2" requests are signed: "?authorization=" and a signature must follow)";
   return IsSignature(suffix) ? nullptr : "what follows the method is no signature of this system";
 }
 
@@ -354,7 +354,7 @@ void CheckEnvelope(const cJSON* document, const Members& envelope, RequestVerdic
     for (std::size_t i = 0; i < kOrderedFields; ++i) {
       if (std::strcmp(member->string, kEnvelopeFields[i].key) == 0) place = i;
     }
-    if (place < last) return findings.Warn({member}, {"the order is \"jsonrpc\", \"params\", \"method\""});
+    if (place < last) return findings.Warn({member}, {R"(the order is "jsonrpc", "params", "method")"});
     last = place;
   }
 }
