@@ -12,9 +12,10 @@ namespace {
 
 using std::chrono::milliseconds;
 
-/// Messages on their way from plugins to the agent. Brokers keep a limited number for a subscriber that is
-/// slower than the publishers (1000 is common) and drop the rest.
-constexpr long kMostOnTheirWay = 256;
+/// Messages on their way from plugins to the agent. A broker passes a subscriber so many (20 is common)
+/// before it waits for confirmations; the others it queues, up to a limit (1000 is common), and drops the
+/// rest. Below the first number nothing is queued: a lost message is one that was lost on its way.
+constexpr long kMostOnTheirWay = 16;
 
 /// Without any progress for so long, what is missing counts as lost.
 constexpr milliseconds kPatience{10000};
@@ -45,7 +46,8 @@ void Fleet::AddPlugins(const Broker& broker) {
 
 void Fleet::AwaitAgent() {
   const auto deadline = Clock::now() + kPatience;
-  while (!m_agent->Connection().IsReady()) {
+  // What it says to plugins that are there already must not reach ours, which will register by themselves.
+  while (!m_agent->Connection().IsReady() || m_agent->Connection().Unconfirmed() > 0) {
     if (Clock::now() >= deadline) {
       throw std::runtime_error("no connection to the broker");
     }
