@@ -39,7 +39,7 @@ std::string Signed(const std::string& digested, std::string sent, const std::str
   std::string digest, signature;
   CPluginUtil::GetSignDigest(digested, &digest);
   CPluginUtil::GetSignature(digest, key, &signature);
-  return sent.insert(sent.rfind("m\"") + 1, "?authorization=" + signature);
+  return sent.insert(sent.rfind(R"(m")") + 1, "?authorization=" + signature);
 }
 
 // One document as several writers print it.
@@ -50,8 +50,8 @@ const std::string kTight = R"({"params":{"a":["é😀/",1.50,{},[]]},"method":"v
 const std::string kSpaced = R"({"params": {"a": ["é😀/", 1.50, {}, []]}, "method": "v2/m"})";
 
 TEST(MessageTools, VerifyNamesTheCauseOfAWrongSignature) {
-  const std::string mark = "\xef\xbb\xbf", small = "\\u00e9\\ud83d\\ude00", capital = "\\u00E9\\uD83D\\uDE00";
-  const std::string slash = Replaced(Replaced(kCompact, "v2/", "v2\\/"), "😀/", "😀\\/");
+  const std::string mark = "\xef\xbb\xbf", small = R"(\u00e9\ud83d\ude00)", capital = R"(\u00E9\uD83D\uDE00)";
+  const std::string slash = Replaced(Replaced(kCompact, "v2/", R"(v2\/)"), "😀/", R"(😀\/)");
   const std::string unix = Replaced(kCompact, ",", ",\n"), dos = Replaced(kCompact, ",", ",\r\n");
   const std::string four = "{\n    \"params\": 1,\n    \"method\": \"v2/m\"\n}",
                     flat = R"({"params":1,"method":"v2/m"})";
@@ -66,12 +66,12 @@ TEST(MessageTools, VerifyNamesTheCauseOfAWrongSignature) {
       {mark + kCompact, kCompact, "a byte order mark was signed"},
       {unix, dos, "line ends became CR LF"},
       {dos, unix, "line ends were CR LF"},
-      {kTight, Replaced(kTight, "😀/", "😀\\/"), "slashes were escaped as \\/ after"},
-      {slash, kCompact, "slashes were escaped as \\/ when"},
-      {kTight, Replaced(kTight, "é😀", capital), "characters were escaped as \\uXXXX after"},
-      {Replaced(kTight, "é😀", small), kTight, "characters beyond ASCII were escaped as \\uxxxx when"},
-      {Replaced(kTight, "é😀", capital), kTight, "characters beyond ASCII were escaped as \\uXXXX (cap"},
-      {kTight, Replaced(kTight, "é😀/", small + "\\/"), "slashes and characters were escaped after"},
+      {kTight, Replaced(kTight, "😀/", R"(😀\/)"), R"(slashes were escaped as \/ after)"},
+      {slash, kCompact, R"(slashes were escaped as \/ when)"},
+      {kTight, Replaced(kTight, "é😀", capital), R"(characters were escaped as \uXXXX after)"},
+      {Replaced(kTight, "é😀", small), kTight, R"(characters beyond ASCII were escaped as \uxxxx when)"},
+      {Replaced(kTight, "é😀", capital), kTight, R"(characters beyond ASCII were escaped as \uXXXX (cap)"},
+      {kTight, Replaced(kTight, "é😀/", small + R"(\/)"), "slashes and characters were escaped after"},
       {Replaced(slash, "é😀", small), kCompact, "slashes and characters beyond ASCII were escaped when"},
       {kCompact, kSpaced, "the compact printing was signed"},
       {kIndented, kCompact, "the indented printing was signed"},
@@ -87,7 +87,7 @@ TEST(MessageTools, VerifyNamesTheCauseOfAWrongSignature) {
       {kCompact, kCompact, "the signer's key ends in a newline", kKey, kKey + "\n"},
       {kCompact, kCompact, "the signer's key ends in CR LF", kKey, kKey + "\r\n"},
       {kIndented, kTight, "the indented printing was signed, and another one came; and the key", kKey + "\n"},
-      {Replaced(four, "/", "\\/"), flat, "slashes were escaped as \\/ when it was signed; and a te"},
+      {Replaced(four, "/", R"(\/)"), flat, R"(slashes were escaped as \/ when it was signed; and a te)"},
   };
   for (const auto& row : rows) {
     const auto [text, status] =
@@ -98,11 +98,11 @@ TEST(MessageTools, VerifyNamesTheCauseOfAWrongSignature) {
 }
 
 TEST(MessageTools, AnswerAndEndAsPromised) {
-  const std::string right = Signed(kCompact, kCompact), escaped = Replaced(kCompact, "v2/", "v2\\/");
+  const std::string right = Signed(kCompact, kCompact), escaped = Replaced(kCompact, "v2/", R"(v2\/)");
   std::string lucky = right;
   while (lucky.find("v1") == std::string::npos) lucky = Signed(kCompact, kCompact);
   // Beside the text, the indented printing of the request takes 88 bytes.
-  const auto fits = "{\"events\":\"" + std::string(2048 - 88, 'x') + "\"}",
+  const auto fits = R"({"events":")" + std::string(2048 - 88, 'x') + R"("})",
              tooLong = Replaced(fits, "x", "xx");
   const std::string verify = "verify --key-file key ", json = "{\n\t\"valid\":\t";
   const struct {
@@ -116,8 +116,8 @@ TEST(MessageTools, AnswerAndEndAsPromised) {
       {verify + "--json", right, json + "true,\n\t\"failedCheck\":\tnull,"},
       {verify, Replaced(right, "params", "p"), kWrong + "params: ", 1},
       {verify, Replaced(right, "method", "m"), kWrong + "method: ", 1},
-      {verify, Replaced(right, "v2", "v1"), kWrong + "version: \"v1/m\" contains \"v1\": nothing", 1},
-      {verify, Replaced(kCompact, "v2", "v3"), kWrong + "version: \"v3/m\" is neither", 1},
+      {verify, Replaced(right, "v2", "v1"), kWrong + R"(version: "v1/m" contains "v1": nothing)", 1},
+      {verify, Replaced(kCompact, "v2", "v3"), kWrong + R"(version: "v3/m" is neither)", 1},
       {verify, kCompact, kWrong + "marker: ", 1},
       {verify, Replaced(right, "$argon2id", "$argon2i"), kWrong + "form: ", 1},
       {verify, Replaced(right, "p=8$", "p=8$x"), kWrong + "form: it has 75 characters", 1},
@@ -157,7 +157,7 @@ TEST(MessageTools, SignEveryKindInBothPrintings) {
                                  "CommandAck/commandState", "LocalCommand/clientAppGUID", "Update/appName"}) {
     const std::size_t slash = kind.find('/');
     const auto name = kind.substr(0, slash),
-               params = "{\"epoch\":\"1\",\"" + kind.substr(slash + 1) + "\":[\"é\",1.5]}";
+               params = R"({"epoch":"1",")" + kind.substr(slash + 1) + R"(":["é",1.5]})";
     const auto request =
         R"({"jsonrpc":"2.0","params":)" + params + R"(,"method":"v1/notifyPlugin)" + name + "\"}";
     EXPECT_EQ(RunTool("sign --version v1", params).first, request);
