@@ -16,7 +16,7 @@ constexpr char kUpdate[] = R"({"modules":[{"moduleName":"o","epoch":"$1","alarms
 
 /// A line of the agent: the form with words for $1, $2 and so on.
 std::string Sent(const char* form, const char* words, const char* version = "v2", const char* key = kKey) {
-  const std::string params = std::regex_replace(words, std::regex("(\\S+) (\\S+) (\\S+)( (\\S+))?"), form);
+  const std::string params = std::regex_replace(words, std::regex(R"((\S+) (\S+) (\S+)( (\S+))?)"), form);
   const char* api = form == kCommand ? "notifyPluginCommand" : "notifyPluginAlarmUpdate";
   return demo::ComposeRequest(version, key, api, demo::Owned(cJSON_Parse(params.c_str()))) + "\n";
 }
