@@ -79,8 +79,8 @@ Input ReadInput(const std::string& file) {
 
 Position PositionAt(std::string_view text, std::size_t offset) {
   const std::string_view before = text.substr(0, offset);
-  const std::size_t lineStart = before.rfind('\n') + 1;  // npos + 1 is the start of the text
-  const std::string_view line = before.substr(lineStart);
+  const std::size_t newline = before.rfind('\n');
+  const std::string_view line = newline == std::string_view::npos ? before : before.substr(newline + 1);
   Position position;
   position.line += static_cast<std::size_t>(std::count(before.begin(), before.end(), '\n'));
   // Bytes 10xxxxxx go on with a character that has begun.
