@@ -46,6 +46,7 @@ TEST(IncomingRequests, BothParsersTrustTheSameTexts) {
     Outcome outcome;
   } rows[] = {
       {"v1 anywhere, any tail", body("/v2/xv1?authorization=zzz"), "key", kTrusted},
+      {"v1 without a key", body("v1/x"), "", kTrusted},
       {"signed", good, "key", kTrusted},
       {"signed in indented printing", Signed(Printed(Json(kBody).get(), false), "v2/x"), "key", kTrusted},
       {"keys in other letter case", Signed(R"({"PARAMS":1,"Method":"@"})", "v2/x"), "key", kTrusted},
@@ -74,8 +75,9 @@ TEST(IncomingRequests, BothParsersTrustTheSameTexts) {
     const bool isUnsigned = row.text.find("v1") != std::string::npos && *row.key != '\0';
     EXPECT_EQ(Try<CAlarmUpdatePluginJson>(text, row.key, limits), isUnsigned ? kRefused : verdict);
   }
-  EXPECT_EQ(Try<CCommandPluginJson>(good.c_str(), "key", VerificationLimits{64, 15, 8, 108, false}),
-            kRefused);
+  using Limits = VerificationLimits;
+  for (const Limits& tight : {Limits{63, 16, 8, 74}, {64, 15, 8, 74}, {64, 16, 7, 74}, {64, 16, 8, 73}})
+    EXPECT_EQ(Try<CCommandPluginJson>(good.c_str(), "key", tight), kRefused);
   EXPECT_EQ(Try<CCommandPluginJson>(Signed(kBody, "v2/v1").c_str(), "key", limits), kTrusted);
   EXPECT_EQ(Try<CCommandPluginJson>(nullptr, "key"), kRefused);
   EXPECT_EQ(Try<CAlarmUpdatePluginJson>(nullptr, "key"), kRefused);

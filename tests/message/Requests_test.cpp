@@ -47,13 +47,14 @@ TEST(Requests, OnlyUsableCollectionsAreAttached) {
       {&Acks::CreateCommandAcksAckedParamsObj, "ACKED"},
       {&Acks::CreateCommandAcksRejectedParamsObj, "REJECTED"},
       {&Acks::CreateCommandAcksErroredParamsObj, "ERRORED"}};
-  CCommandPluginJson request(R"({"params":{"commandId":"7","commandSource":"remote"},"method":"v1"})", "");
+  CCommandPluginJson request(
+      R"({"params":{"commandId":"7","commandSource":"remote","moduleName":"m"},"method":"v1"})", "");
   for (const auto& [build, word] : states) {
     Acks acks;
     EXPECT_EQ((acks.*build)(Json("[0]").get()), nullptr);
     acks.m_commandPluginJson = &request;
     ExpectUsableAttached(
-        R"("appGUID":"","commandId":"7","commandSource":"remote","moduleName":"","commandState":")" +
+        R"("appGUID":"","commandId":"7","commandSource":"remote","moduleName":"m","commandState":")" +
             std::string(word) + '"',
         "commandAcks", [&, build = build](cJSON* tree) { return (acks.*build)(tree); });
   }
