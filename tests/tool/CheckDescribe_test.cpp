@@ -8,7 +8,6 @@
 #include <fstream>
 #include <regex>
 
-#include "StatesPluginJson.h"
 #include "message/MessageTestSupport.h"
 #include "message/WatcherPlugin.h"
 
@@ -120,6 +119,12 @@ TEST(Check, TellsWhatIsWrongWithReportsAndEnvelopes) {
     EXPECT_EQ(std::regex_replace(text, std::regex(" \\[[0-9:]+\\](\n)|[^\n]*\n$"), "$1"), Filled(findings));
     EXPECT_EQ(status, text.find(": no faults, ") == std::string::npos ? 1 : 0);
   }
+  EXPECT_EQ(
+      Printed(message_test::Json(RunTool("check --json", stamp + "\"events\":[{}]}").second).get()),
+      R"({"valid":false,"document":"params","method":"notifyPluginEvent","size":{"indented":149,"signed":238,)"
+      R"("limit":2048},"faults":[{"pointer":"/events/0/name","text":"name is NULL","number":3,"line":1,)"
+      R"("column":55},{"pointer":"/events/0/value","text":"value is NULL","number":3,"line":1,"column":55}],)"
+      R"("warnings":[]})");
 }
 
 const std::string kModel = R"({"appName":"W\u001b]0;\u0007","displayName":"\u202e\u009b","version":"1",
@@ -133,6 +138,11 @@ const std::string kInTwentyColumns = R"(W\u001b]0;\u0007 1 …
 
 TEST(Describe, KeepsToTheWidthAndColorsATerminalOnly) {
   EXPECT_EQ(RunTool("describe", kModel).second.find(R"(W\u001b]0;\u0007 1 "\u202e\u009b", 1 module)"), 0U);
+  EXPECT_NE(
+      Printed(message_test::Json(RunTool("describe --json", kModel).second).get())
+          .find(R"("counts":{"properties":0,"states":2,"metrics":0,"events":0,"commands":0,"alarms":0},)"
+                R"("properties":[],"states":[{},{"name":"é)"),
+      std::string::npos);
   EXPECT_EQ(RunTool("describe --width 20", kModel), Answer(0, kInTwentyColumns));
   EXPECT_NE(RunTool("describe --width 18", kModel).second.find("\n└─ cam \"門口攝影…\n"), std::string::npos);
   EXPECT_EQ(RunTool("describe", R"({"method":"v1/notifyPluginState","params":{"modules":[]}})"),
