@@ -152,10 +152,10 @@ std::string WithEscapedUnicode(std::string_view text, std::string_view digits) {
   return WithStrings(text, [digits](std::string& out, std::string_view rest) {
     const Character character = Decode(rest);
     if (character.size <= 1) return Keep(out, rest);
-    const std::uint32_t beyond = character.code - 0x10000;
     if (character.size < 4) {
       AppendEscape(out, character.code, digits);
     } else {
+      const std::uint32_t beyond = character.code - 0x10000;
       AppendEscape(out, 0xd800 + (beyond >> 10), digits);
       AppendEscape(out, 0xdc00 + (beyond & 0x3ffU), digits);
     }

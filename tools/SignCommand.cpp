@@ -69,7 +69,8 @@ const std::array<Kind, 10> kKinds = {{
 // Without the version in front and the signature behind.
 std::string_view BareName(std::string_view method) {
   method = method.substr(0, method.find('?'));
-  return method.substr(method.rfind('/') + 1);  // npos + 1 is the start
+  const std::size_t slash = method.rfind('/');
+  return slash == std::string_view::npos ? method : method.substr(slash + 1);
 }
 
 const Kind& KindNamed(std::string_view method) {

@@ -40,7 +40,8 @@ std::string Replaced(std::string text, std::string_view what, std::string_view b
 
 std::string_view Trimmed(std::string_view text, std::string_view front, std::string_view end) {
   text.remove_prefix(std::min(text.find_first_not_of(front), text.size()));
-  return text.substr(0, text.find_last_not_of(end) + 1);  // npos + 1: nothing is left
+  const std::size_t last = text.find_last_not_of(end);
+  return last == std::string_view::npos ? "" : text.substr(0, last + 1);
 }
 
 std::string Printed(const cJSON* tree, bool indented) {
@@ -54,7 +55,8 @@ std::string WithMethod(const Suspect& suspect, const std::string& text, const st
 }
 
 std::string NameOf(const std::string& method) {
-  return method.substr(method.rfind('/') + 1);
+  const std::size_t slash = method.rfind('/');
+  return slash == std::string::npos ? method : method.substr(slash + 1);
 }
 
 // The changes of a pair are made in this order; two of the same step are no pair.
