@@ -69,8 +69,7 @@ def reference(text, where):
     """Inside the text of such a link Doxygen shows backticks as they are, and a new line ends it."""
     line = " ".join(text.split())
     code = re.fullmatch(r"`([^\"`]*)`", line)
-    link = f'<code>{where} "{code[1]}"</code>' if code else f"[{line}]({where})"
-    return link + "\n" * text.count("\n")
+    return f'<code>{where} "{code[1]}"</code>' if code else f"[{line}]({where})"
 
 
 def rewritten(guide, words):
@@ -84,6 +83,7 @@ def rewritten(guide, words):
             return text
         return reference(text, where) if where.startswith("@ref ") else f"[{text}]({where})"
 
+    lines = words.count("\n")
     # Between code spans a word behind a backslash or an at sign is no command.
     spans = re.split(r"(`[^`]*`)", words)
     spans[::2] = (re.sub(r"(?<!\\)[\\@](?=[A-Za-z])", r"\\\g<0>", span) for span in spans[::2])
@@ -94,11 +94,12 @@ def rewritten(guide, words):
     # Bold code, and a bar inside code inside a table, are Markdown that Doxygen does not know.
     words = re.sub(r"\*\*(\S(?:.*?\S)?)\*\*", lambda found: f"<b>{found[1]}</b>" if "`" in found[1] else found[0],
                    words, flags=re.S)
-    words = re.sub(r"`([^`\n]*\\\|[^`\n]*)`", lambda found: "<code>" + found[1].replace("\\|", "&#124;") + "</code>",
-                   words)
+    words = re.sub(r"`([^`\n]*\\\|[^`\n]*)`", r"<code>\1</code>", words)
     # All images are copied into one folder, beside the pages.
     words = re.sub(r"(!\[[^]]*\])\((?:[\w.-]+/)+([\w.-]+)\)", r"\1(\2)", words)
-    return re.sub(LINK, link, words)
+    words = re.sub(LINK, link, words)
+    # Doxygen's warnings name lines of the guide.
+    return words + "\n" * (lines - words.count("\n"))
 
 
 def headed(guide, line, taken):
