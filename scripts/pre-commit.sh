@@ -9,9 +9,9 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 exec </dev/null
 
-# Tests that take seconds each: killed processes, texts of 10 MiB, two million numbers, whole conversations,
-# installations. CI runs them.
-slow='^(LogCrash|Hostile\.Large|Items\.NumbersAreRounded|soak|demo_|Install)'
+# Tests that take seconds each: killed processes, texts of 10 MiB, two million numbers, whole conversations, a
+# broker of their own, installations. CI runs them.
+slow='^(LogCrash|Hostile\.Large|Items\.NumbersAreRounded|Mqtt|soak|demo_|Install)'
 
 fail() {
   printf 'pre-commit.sh: %s\n' "$@" >&2
