@@ -105,9 +105,10 @@ Request Dissect(const tool::Input& input, JsonPtr document, const std::string& g
     const Kind& kind = given.empty() ? KindOfParams(document.get(), input.name) : KindNamed(given);
     return {std::move(document), kind};
   }
-  const Kind& kind = KindNamed(given.empty() ? method : given);
   JsonPtr params(cJSON_DetachItemFromObject(document.get(), "params"));
   if (params == nullptr) throw tool::Unusable(input.name + ": a request without \"params\"");
+  const std::string_view named = given.empty() ? method : given;
+  const Kind& kind = named.empty() ? KindOfParams(params.get(), input.name) : KindNamed(named);
   for (const cJSON* member : Children(document.get())) {
     const std::string_view key = member->string;
     if (key == "jsonrpc" || key == "method") continue;
