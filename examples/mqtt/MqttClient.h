@@ -25,8 +25,8 @@ struct Broker {
   std::string password;
 };
 
-/// What a connection tells its owner, from within Serve and on the thread that runs it. Exceptions are let
-/// through: they leave Serve.
+/// What a connection tells its owner, from within Serve and on the thread that runs it; a text that is too
+/// long already from within Publish. Exceptions leave Serve, or Publish.
 class ClientOwner {
  public:
   /// The broker has taken the subscription: on the first connection and on each one after it.
@@ -58,6 +58,8 @@ class MqttClient {
   /// Connected and subscribed.
   bool IsReady() const { return m_isReady; }
 
+  /// Queues the text; without a connection it goes with the next one. A text that is too long for the broker
+  /// is told to the owner, at once or when the broker answers.
   void Publish(const std::string& topic, const std::string& text);
 
   /// Messages published that the broker has neither confirmed nor refused.
@@ -67,8 +69,9 @@ class MqttClient {
   pollfd Awaited() const;
 
   /// Does what is due: reads, writes, keeps the connection alive, or makes a new one.
-  /// @param events what poll() found @throws std::runtime_error when the broker refuses the connection or the
-  /// subscription, which no second attempt would mend; and whatever the owner threw
+  /// @param events what poll() found
+  /// @throws std::runtime_error when the broker refuses the connection or the subscription, which no second
+  /// attempt would mend; and whatever the owner throws
   void Serve(short events);
 
  private:
@@ -95,7 +98,6 @@ class MqttClient {
 
   ClientOwner& m_owner;
   std::string m_topic;
-  std::unique_ptr<mosquitto, Deleter> m_handle;
   std::deque<Event> m_events;  ///< noted by the callbacks
   std::exception_ptr m_error;  ///< want of memory for one of them
   bool m_isReady = false;
@@ -103,6 +105,7 @@ class MqttClient {
   std::chrono::milliseconds m_pause;
   std::chrono::steady_clock::time_point m_nextAttempt;
   std::minstd_rand m_random;
+  std::unique_ptr<mosquitto, Deleter> m_handle;  ///< last: it notes events until it is gone
 };
 
 /// Waits for any of the connections, at most `timeout`, and serves all of them.
