@@ -24,13 +24,17 @@ struct Field {
   bool required = false;  ///< for members that no rule of the library asks for
 };
 
+constexpr std::size_t kMostFields = 10;
+
 /// The fields of one kind of object; refers to a table, which must live longer.
 struct Shape {
   const Field* fields;
   std::size_t count;
   template <std::size_t N>
   // NOLINTNEXTLINE(google-explicit-constructor): a table is all that a shape is
-  constexpr Shape(const Field (&table)[N]) : fields(table), count(N) {}
+  constexpr Shape(const Field (&table)[N]) : fields(table), count(N) {
+    static_assert(N <= kMostFields);
+  }
 };
 
 /// Members of one object. Whatever is wrong with their number, spelling and types is told at construction.
@@ -49,8 +53,6 @@ class Members {
   Place At(const char* key) const;
 
  private:
-  static constexpr std::size_t kMostFields = 10;
-
   struct Slot {
     const cJSON* node = nullptr;
     bool isWrong = false;
