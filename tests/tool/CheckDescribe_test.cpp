@@ -105,7 +105,7 @@ TEST(Check, TellsWhatIsWrongWithReportsAndEnvelopes) {
        "warning: /metrics/1/name: a second \"a\" in the same list\n"
        "/metrics/1/value: The number 1e+15 exceeds at most fifteen digits limitation. (3)\n"
        "/metrics/2/value: must be a number, is a string\n"},
-      {around + "v3/notifyPluginEvent\",\"id\":1}",
+      {around + R"(v3/notifyPluginEvent","id":1})",
        "/method: unknown version \"v3\"\n"
        "/id: makes it a request that waits for an answer; messages are notifications\n"},
       {around + "v2/notifyPluginEvent?authorization=$argon2id$v=19$m=64,t=16,p=8$<22>$<21>\"}",
