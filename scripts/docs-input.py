@@ -19,9 +19,13 @@ LINK = r"(?<!!)\[([^]]*)\]\(([^)\s]+)\)"
 FOLDER_PAGES = {"examples": "examples.html", "PluginSDK/src": "files.html", "Util/src": "files.html"}
 
 
+def label(guide):
+    return guide.relative_to(ROOT).with_suffix("").as_posix().removeprefix("docs/").replace("/", "-")
+
+
 def anchor(guide, heading):
     words = re.sub(r"[^\w\- ]", "", heading.strip().lower()).replace(" ", "-")
-    return f"{guide.stem}-{words}"
+    return f"{label(guide)}-{words}"
 
 
 def guides():
@@ -56,7 +60,7 @@ def target(guide, link):
     if other in guides():
         if section:
             return f"@ref {anchor(other, section)}"
-        return "index.html" if other.stem == "index" else f"@ref guide-{other.stem}"
+        return "index.html" if label(other) == "index" else f"@ref guide-{label(other)}"
     if is_public(other):
         return f"@ref {other.name}"
     if other in examples():
@@ -105,7 +109,7 @@ def rewritten(guide, words):
 def headed(guide, line, taken):
     """A heading with its anchor; the second one of the same words gets a 1 behind it, the third a 2."""
     if line.startswith("# "):
-        return line if guide.stem == "index" else f"{line} {{#guide-{guide.stem}}}"
+        return line if label(guide) == "index" else f"{line} {{#guide-{label(guide)}}}"
     words = anchor(guide, line.lstrip("# "))
     name = next(n for n in (words, *(f"{words}-{i}" for i in range(1, 1000))) if n not in taken)
     taken.add(name)

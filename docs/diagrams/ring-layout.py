@@ -92,10 +92,12 @@ def change(top):
         x = 20 + place * 220
         yield box(x, top + 14, 200, 34, fill) + text(x + 100, top + 36, words, MIDDLE)
         if place:
-            yield f'<path d="M{x - 20} {top + 31}h12" stroke="#445566"/><path d="M{x - 9} {top + 26}l9 5l-9 5z" fill="#445566"/>'
+            yield f'<path d="M{x - 20} {top + 31}h12" stroke="#445566"/>'
+            yield f'<path d="M{x - 9} {top + 26}l9 5l-9 5z" fill="#445566"/>'
     yield text(20, top + 72, "Killed between 1 and 4, a process leaves no magic: the next run begins an empty ring. "
                "A reader of a live segment")
-    yield text(20, top + 92, "reads magic, fields and bytes, then magic and fields once more, and starts again if they differ.")
+    yield text(20, top + 92, "reads magic, fields and bytes, then magic and fields once more, and starts again "
+               "if they differ.")
 
 
 def magic(top):
