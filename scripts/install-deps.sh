@@ -16,7 +16,7 @@ for group in "$@"; do
   case "$group" in
     check)
       packages+=(clang clang-format clang-tidy libclang-rt-14-dev valgrind abigail-tools gcovr git binutils
-        python3 shellcheck)
+        python3 shellcheck groff)
       ;;
     bench) packages+=(libbenchmark-dev libspdlog-dev nlohmann-json3-dev rapidjson-dev python3) ;;
     fuzz) packages+=(clang libclang-rt-14-dev) ;;
