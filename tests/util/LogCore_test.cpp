@@ -53,7 +53,7 @@ TEST(LogLine, HeaderShowsLevelThreadAndPosition) {
   } rows[] = {
       {UTL_LOG_TRACE, "src/Reader.cpp", 120, "Poll", "m", " TRACE |Reader.cpp:120:Poll| m\n"},
       {UTL_LOG_DBG, "Reader", 1, "f", "m", " DBG   |Reader:1:f| m\n"},
-      {UTL_LOG_INFO, "a/b\\longer.x", 0, "f", "m", " INFO  |longer.x:0:f| m\n"},
+      {UTL_LOG_INFO, "dirs/b\\c.x", 0, "f", "m", " INFO  |c.x:0:f| m\n"},
       {UTL_LOG_WRN, "a\\b/c.x", -1, "f", "m", "!!WRN!!|c.x:-1:f| m\n"},
       {UTL_LOG_ERR, nullptr, INT_MAX, nullptr, "m", "##ERR##|*:2147483647:<n/a>| m\n"},
       {UTL_LOG_CRITICAL, "dir/", INT_MIN, "", "", "##CRITICAL##|:-2147483648:| \n"},
