@@ -40,7 +40,7 @@ install(FILES ${PROJECT_BINARY_DIR}/pluginsdk.pc ${PROJECT_BINARY_DIR}/PluginSDK
   DESTINATION ${pkgconfig_dir} COMPONENT development)
 
 # As in the checkout, so that their links lead somewhere.
-install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development
   FILES_MATCHING PATTERN "*.md" PATTERN "*.svg")
 # Without the lists of this build: a small example is compiled by the line that README.md shows for a plugin.

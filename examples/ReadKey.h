@@ -5,7 +5,6 @@
 
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <stdexcept>
@@ -13,10 +12,11 @@
 
 namespace demo {
 
-/// The first line of a regular file that group and others have no rights to.
+/// Every byte of a regular file that group and others have no rights to. A newline at the end is refused: it
+/// would be a part of the key, and is nearly always the work of an editor or of echo.
 /// @throws std::runtime_error that names the file, never what it holds
 inline std::string ReadKey(const std::string& path) {
-  constexpr std::size_t kMost = 4096;  // far more than any key; a line that fills it is no key
+  constexpr std::size_t kMost = 4096;  // far more than any key; a file that fills it is no key
   // "e": a program that the plugin starts must not inherit the descriptor.
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "re"), std::fclose);
   struct stat status = {};
@@ -29,9 +29,11 @@ inline std::string ReadKey(const std::string& path) {
   }
   std::string key(kMost, '\0');
   key.resize(std::fread(key.data(), 1, kMost, file.get()));
-  key.resize(std::min(key.find('\n'), key.size()));
   if (key.empty() || key.size() == kMost || std::ferror(file.get()) != 0) {
-    throw std::runtime_error("no access key in the first line of " + path);
+    throw std::runtime_error("no access key in " + path);
+  }
+  if (key.back() == '\n') {
+    throw std::runtime_error(path + " ends in a newline; write the key without one (printf %s)");
   }
   return key;
 }

@@ -2,7 +2,7 @@
 // alerts that it raises and clears, one request on each line.
 //
 //   g++ -std=c++17 alarm_thresholds.cpp -o alarm_thresholds $(pkg-config --cflags --libs pluginsdk)
-//   ./alarm_thresholds KEYFILE < lines     the access key is the first line of KEYFILE (chmod 600)
+//   ./alarm_thresholds KEYFILE < lines     the access key is what KEYFILE (chmod 600) holds
 //
 // A line that begins with "{" is a message of the agent; its alarms have the params "threshold" and "clear".
 // Any other line is a sample: MODULE ALARM VALUE, such as "oven overheat 81.5". An alert is raised when a

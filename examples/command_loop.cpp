@@ -2,7 +2,7 @@
 // acknowledgements, one request on each line. Whatever comes in, the loop goes on.
 //
 //   g++ -std=c++17 command_loop.cpp -o command_loop $(pkg-config --cflags --libs pluginsdk)
-//   ./command_loop KEYFILE < messages     the access key is the first line of KEYFILE (chmod 600)
+//   ./command_loop KEYFILE < messages     the access key is what KEYFILE (chmod 600) holds
 #include <algorithm>
 #include <deque>
 #include <iostream>

@@ -2,7 +2,7 @@
 //
 //   g++ -std=c++17 state_report.cpp -o state_report $(pkg-config --cflags --libs pluginsdk)
 //   ./state_report             API version v1, unsigned
-//   ./state_report KEYFILE     API version v2, signed with the key in the first line of KEYFILE (chmod 600)
+//   ./state_report KEYFILE     API version v2, signed with the key in KEYFILE (chmod 600)
 //
 // Prints the request. A plugin sends that text, unchanged, over its own channel to the agent.
 #include <string>

@@ -10,27 +10,11 @@
 #include "HostModel.h"
 #include "LocalCommandPluginJson.h"
 #include "MetricsPluginJson.h"
+#include "Request.h"
 #include "StatesPluginJson.h"
 
 namespace demo {
 namespace {
-
-constexpr int kSizeLimitExceeded = 2;  // error number of CPluginException
-
-/// Wraps params into the request to be sent, signed if the version asks for it.
-JsonTree Wrap(CBasePluginObject& builder, JsonTree params) {
-  try {
-    JsonTree request = Owned(builder.GetJsonrpcRequest(params.get()));
-    HandedOver(params);
-    return request;
-  } catch (const CPluginException& error) {
-    // A request that is too long is deleted together with its params; after any other fault they are ours.
-    if (error.getErrorNumber() == kSizeLimitExceeded) {
-      HandedOver(params);
-    }
-    throw;
-  }
-}
 
 /// A table: one object for each row, with its name and an amount.
 JsonTree Table(std::initializer_list<std::pair<const char*, std::uint64_t>> rows) {
@@ -89,7 +73,7 @@ template <class Builder>
 void Reporter::Report(Builder& builder, cJSON* (Builder::*createParams)(cJSON*), JsonTree items) {
   JsonTree params = Owned((builder.*createParams)(items.get()));
   HandedOver(items);
-  Send(Wrap(builder, std::move(params)).get());
+  Send(Wrapped(builder, params).get());
 }
 
 void Reporter::Send(const cJSON* request) {
@@ -159,7 +143,7 @@ void Reporter::Acknowledge(CCommandPluginJson& command, AckParams state, JsonTre
   if (cJSON_HasObjectItem(params.get(), "commandAcks")) {
     HandedOver(results);  // an empty array is not attached and stays ours
   }
-  Send(Wrap(builder, std::move(params)).get());
+  Send(Wrapped(builder, params).get());
 }
 
 void Reporter::LocalCommand(const std::string& clientGUID, const std::string& name,

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -24,6 +23,7 @@
 #include "HostModel.h"
 #include "HostReadings.h"
 #include "JsonTree.h"
+#include "Parameters.h"
 #include "Program.h"
 #include "Reporter.h"
 
@@ -64,33 +64,17 @@ struct Settings {
   milliseconds timeout{0};
 };
 
-using Parameters = std::map<std::string, std::string>;
-
-/// {"name": ..., "params": [{"name": ..., "value": ...}]}, in the way the agent sends it.
-Parameters ParametersOf(const cJSON* command) {
-  Parameters parameters;
-  cJSON* item = nullptr;
-  cJSON_ArrayForEach(item, cJSON_GetObjectItem(command, "params")) {
-    parameters[CPluginUtil::GetJSONStringFieldValue(item, "name")] =
-        CPluginUtil::GetJSONStringFieldValue(item, "value");
-  }
-  return parameters;
-}
-
 /// A value from outside is used only when it is exactly what was declared.
 template <typename Number>
 Number NumberFrom(const Parameters& parameters, const char* name, Number least, Number most) {
   const auto found = parameters.find(name);
   const std::string text = found == parameters.end() ? "" : found->second;
-  Number number{};
-  const char* end = text.data() + text.size();
-  const auto result = std::from_chars(text.data(), end, number);
-  // Written so that NaN, which is neither below nor above anything, fails too.
-  if (result.ec != std::errc() || result.ptr != end || !(number >= least && number <= most)) {
+  try {
+    return demo::NumberFrom(text, least, most);
+  } catch (const std::invalid_argument&) {
     throw std::invalid_argument(std::string(name) + " is not a number in range: \"" + Printable(text, 32) +
                                 "\"");
   }
-  return number;
 }
 
 std::string Fixed(double value) {

@@ -38,7 +38,7 @@ class Examples : public ::testing::Test {
  protected:
   Examples() {
     std::filesystem::current_path(m_directory.path());
-    std::ofstream("key") << kKey << '\n';
+    std::ofstream("key") << kKey;
     std::filesystem::permissions("key", std::filesystem::perms::owner_read);
   }
   /// Each row is input, and what is told because of it. All is signed exactly if the key is an argument.
