@@ -10,6 +10,7 @@
 #include "LocalCommandPluginJson.h"
 #include "Members.h"
 #include "RegistrationCheck.h"
+#include "RequestKind.h"
 #include "StatesPluginJson.h"
 #include "UpdatePluginJson.h"
 
@@ -242,37 +243,25 @@ void CheckLocalCommand(const cJSON* params, Findings& findings) {
 
 // ---- Kinds of requests
 
-struct Kind {
+struct Check {
   const std::string& method;
-  const char* mark;  // a member that no other kind's params have
-  bool isLimited;
   void (*check)(const cJSON* params, Findings& findings);
 };
-
-// In the order in which marks are looked for: all but the last two stand in one kind only.
-const Kind kKinds[] = {
-    {AgentPluginApi::notifyPluginCommandAck, "commandState", false, CheckAck},
-    {AgentPluginApi::notifyPluginLocalCommand, "clientAppGUID", false, CheckLocalCommand},
-    {AgentPluginApi::notifyPluginUpdate, "appName", false, CheckRegistration},
-    {AgentPluginApi::notifyPluginState, "states", true, CheckStates},
-    {AgentPluginApi::notifyPluginMetric, "metrics", true, CheckMetrics},
-    {AgentPluginApi::notifyPluginEvent, "events", true, CheckEvents},
-    {AgentPluginApi::notifyPluginAlert, "alarms", false, CheckAlert},
-    {AgentPluginApi::notifyPluginUpdate, "modules", false, CheckRegistration},
+const Check kChecks[] = {
+    {AgentPluginApi::notifyPluginUpdate, CheckRegistration},
+    {AgentPluginApi::notifyPluginState, CheckStates},
+    {AgentPluginApi::notifyPluginMetric, CheckMetrics},
+    {AgentPluginApi::notifyPluginEvent, CheckEvents},
+    {AgentPluginApi::notifyPluginAlert, CheckAlert},
+    {AgentPluginApi::notifyPluginCommandAck, CheckAck},
+    {AgentPluginApi::notifyPluginLocalCommand, CheckLocalCommand},
 };
 
-const Kind* KindOfMethod(std::string_view method) {
-  for (const Kind& kind : kKinds) {
-    if (kind.method == method) return &kind;
+void CheckParams(const cJSON* params, const RequestKind& kind, Findings& findings) {
+  if (params == nullptr) return;
+  for (const Check& check : kChecks) {
+    if (check.method == kind.method) check.check(params, findings);
   }
-  return nullptr;
-}
-
-const Kind* KindOfParams(const cJSON* params) {
-  for (const Kind& kind : kKinds) {
-    if (cJSON_HasObjectItem(params, kind.mark) != 0) return &kind;
-  }
-  return nullptr;
 }
 
 // ---- Envelope
@@ -302,39 +291,36 @@ bool IsSignature(std::string_view text) {
          text.find_first_not_of(kBase64, hash + 1) == std::string_view::npos;
 }
 
-const char* FaultOfSuffix(std::string_view version, std::string_view suffix) {
-  if (version == ApiVersion::v1) return suffix.empty() ? nullptr : "\"v1\" requests carry no signature";
-  if (suffix.empty()) return R"("v2" requests are signed: "?authorization=" and a signature must follow)";
-  return IsSignature(suffix) ? nullptr : "what follows the method is no signature of this system";
-}
-
-bool IsOfAgent(const std::string& method) {
-  return IsOneOf(method.c_str(),
-                 {&AgentPluginApi::notifyPluginCommand, &AgentPluginApi::notifyPluginAlarmUpdate,
-                  &AgentPluginApi::notifyAgentEvent});
+const char* FaultOfSuffix(const MethodParts& method) {
+  if (method.version != ApiVersion::v2) {
+    return method.suffix.empty() ? nullptr : R"(only "v2" requests carry a signature)";
+  }
+  if (method.suffix.empty())
+    return R"("v2" requests are signed: "?authorization=" and a signature must follow)";
+  return IsSignature(method.suffix) ? nullptr : "what follows the method is no signature of this system";
 }
 
 void CheckMethod(const Members& envelope, RequestVerdict& verdict, Findings& findings) {
   const char* const text = envelope.Text("method");
   if (text == nullptr) return;
-  const std::string_view method = text;
-  const std::size_t slash = method.find('/');
-  const std::size_t suffix = std::min(method.find('?'), method.size());
-  if (slash >= suffix) {
-    return findings.Fault(envelope.At("method"), {"must be a version, \"/\" and the name of a method"});
+  const MethodParts parts = PartsOf(text);
+  verdict.isSigned = !parts.suffix.empty();
+  verdict.version = parts.version;
+  verdict.method = parts.name;
+  const Place place = envelope.At("method");
+  if (!parts.hasVersion) {
+    findings.Fault(place, {"must be a version, \"/\" and the name of a method"});
+  } else if (const char* const fault = FaultOfSuffix(parts)) {
+    findings.Fault(place, {fault});
+  } else if (parts.version != ApiVersion::v1 && parts.version != ApiVersion::v2) {
+    findings.Warn(place, {"unknown version \"" + verdict.version + "\""});
   }
-  verdict.isSigned = suffix < method.size();
-  verdict.version = method.substr(0, slash);
-  verdict.method = method.substr(slash + 1, suffix - slash - 1);
-  if (verdict.version != ApiVersion::v1 && verdict.version != ApiVersion::v2) {
-    findings.Fault(envelope.At("method"), {"unknown version \"" + verdict.version + "\""});
-  } else if (const char* const fault = FaultOfSuffix(verdict.version, method.substr(suffix))) {
-    findings.Fault(envelope.At("method"), {fault});
+  const RequestKind* const kind = KindOfMethod(parts.name);
+  if (kind == nullptr) {
+    findings.Fault(place, {"unknown method"});
+  } else if (kind->isOfAgent) {
+    findings.Fault(place, {"the agent sends this, a plugin never does"});
   }
-  if (KindOfMethod(verdict.method) != nullptr) return;
-  findings.Fault(
-      envelope.At("method"),
-      {IsOfAgent(verdict.method) ? "the agent sends this, a plugin never does" : "unknown method"});
 }
 
 void CheckEnvelope(const cJSON* document, const Members& envelope, RequestVerdict& verdict,
@@ -388,7 +374,7 @@ const Complaint& TooLarge() {
   return kComplaint;
 }
 
-void CheckSize(const cJSON* document, const Kind& kind, RequestVerdict& verdict, Findings& findings) {
+void CheckSize(const cJSON* document, const RequestKind& kind, RequestVerdict& verdict, Findings& findings) {
   verdict.size = verdict.isWhole ? PrintedSize(document) : SizeAround(document, kind.method);
   if (!verdict.isSigned) verdict.signedSize = verdict.size + SampleSignature().size();
   if (!kind.isLimited) return;
@@ -406,24 +392,22 @@ void CheckSize(const cJSON* document, const Kind& kind, RequestVerdict& verdict,
 RequestVerdict CheckRequest(const cJSON* document, const std::string& text) {
   RequestVerdict verdict;
   Findings findings;
-  for (const Field& field : kEnvelopeFields) {
-    verdict.isWhole = verdict.isWhole || cJSON_HasObjectItem(document, field.key) != 0;
-  }
+  verdict.isWhole = IsWholeRequest(document);
   const cJSON* params = document;
   if (verdict.isWhole) {
     const Members envelope(document, kEnvelopeFields, findings);
     CheckEnvelope(document, envelope, verdict, findings);
     params = envelope.Find("params");
   }
-  const Kind* kind = KindOfMethod(verdict.method);
+  const RequestKind* kind = KindOfMethod(verdict.method);
   // A request without a usable method still has params that tell what is meant.
-  if (kind == nullptr && !IsOfAgent(verdict.method)) kind = KindOfParams(params);
+  if (kind == nullptr) kind = KindOfParams(params);
   if (kind == nullptr && !verdict.isWhole) {
     findings.Fault({document}, {"is neither a request nor the params of one that a plugin sends"});
   }
-  if (kind != nullptr && verdict.method.empty()) verdict.method = kind->method;
-  if (kind != nullptr) {
-    if (params != nullptr) kind->check(params, findings);
+  if (kind != nullptr && !kind->isOfAgent) {
+    if (verdict.method.empty()) verdict.method = kind->method;
+    CheckParams(params, *kind, findings);
     CheckSize(document, *kind, verdict, findings);
   }
   verdict.findings = std::move(findings).InOrder(document, text);

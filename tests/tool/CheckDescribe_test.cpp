@@ -106,7 +106,7 @@ TEST(Check, TellsWhatIsWrongWithReportsAndEnvelopes) {
        "/metrics/1/value: The number 1e+15 exceeds at most fifteen digits limitation. (3)\n"
        "/metrics/2/value: must be a number, is a string\n"},
       {around + R"(v3/notifyPluginEvent","id":1})",
-       "/method: unknown version \"v3\"\n"
+       "warning: /method: unknown version \"v3\"\n"
        "/id: makes it a request that waits for an answer; messages are notifications\n"},
       {around + "v2/notifyPluginEvent?authorization=$argon2id$v=19$m=64,t=16,p=8$<22>$<21>\"}",
        "/method: what follows the method is no signature of this system\n"},
