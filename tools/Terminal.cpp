@@ -23,10 +23,18 @@ int WidthOf(std::uint32_t code) {
   return ::wcwidth(static_cast<wchar_t>(code));
 }
 
-// Marks that let a text pretend to stand in another order than it does.
-bool Reorders(std::uint32_t code) {
-  return (code >= 0x202A && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069) || code == 0x200E ||
-         code == 0x200F || code == 0x061C;
+struct Range {
+  std::uint32_t first, last;
+};
+// Characters of no width that make a text another one than it looks, or a line stand in another order. The
+// joiner of emoji is among them: terminals differ in the width of what it joins.
+constexpr Range kUnseen[] = {{0xAD, 0xAD},     {0x34F, 0x34F},    {0x61C, 0x61C},   {0x180E, 0x180E},
+                             {0x200B, 0x200F}, {0x2028, 0x202E},  {0x2060, 0x206F}, {0xFEFF, 0xFEFF},
+                             {0xFFF9, 0xFFFB}, {0xE0000, 0xE007F}};
+
+bool IsUnseen(std::uint32_t code) {
+  return std::any_of(std::begin(kUnseen), std::end(kUnseen),
+                     [=](const Range& range) { return code >= range.first && code <= range.last; });
 }
 
 std::string Hex(const char* format, std::uint16_t unit) {
@@ -45,7 +53,7 @@ std::string Escaped(std::uint32_t code) {
 
 bool ShowsAsIs(std::uint32_t code, bool ascii) {
   if (code < 0x80) return code >= ' ' && code != 0x7F;
-  return !ascii && WidthOf(code) >= 0 && !Reorders(code);
+  return !ascii && WidthOf(code) >= 0 && !IsUnseen(code);
 }
 
 // As much of the front as fits, with the marks that combine with its last character.

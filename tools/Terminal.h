@@ -23,7 +23,8 @@ std::optional<std::size_t> ColumnsOfUser();
 bool MayColor();
 
 /// The text with everything escaped that would not show as a character: control characters (a terminal obeys
-/// them), marks that reorder a line, bytes that are no UTF-8. Escapes as in JSON, \xff for single bytes.
+/// them), marks that reorder a line or cannot be seen, bytes that are no UTF-8. Escapes as in JSON, \xff for
+/// single bytes.
 /// @param ascii escapes everything else that is not ASCII too.
 std::string Shown(std::string_view text, bool ascii);
 
