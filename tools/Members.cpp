@@ -37,13 +37,22 @@ bool HasType(const cJSON* node, int types, Findings& findings) {
   return false;
 }
 
+void WarnUnlessUsual(const cJSON* node, int types, Findings& findings) {
+  if (node == nullptr || (node->type & types) != 0) return;
+  findings.Warn({node}, {"is " + Named(node->type) + ", which the library allows: usual is " + Named(types)});
+}
+
 Members::Members(const cJSON* object, const Shape& shape, Findings& findings)
     : m_shape(shape), m_object(object), m_isObject(HasType(object, cJSON_Object, findings)) {
   if (!m_isObject) return;
   for (const cJSON* member : pluginsdk::internal::Children(object)) Read(member, findings);
   for (std::size_t i = 0; i < m_shape.count; ++i) {
     const Field& field = m_shape.fields[i];
-    if (field.required && m_slots[i].node == nullptr) findings.Fault({object, field.key}, {"is missing"});
+    if (m_slots[i].node != nullptr) continue;
+    if (field.presence == kRequired) findings.Fault({object, field.key}, {"is missing"});
+    if (field.presence == kExpected) {
+      findings.Warn({object, field.key}, {"is missing, which the library allows"});
+    }
   }
 }
 
@@ -58,6 +67,7 @@ void Members::Read(const cJSON* member, Findings& findings) {
       return;
     }
     slot = {member, !HasType(member, field.types, findings)};
+    if (!slot.isWrong) WarnUnlessUsual(member, field.usual, findings);
     if (std::strcmp(member->string, field.key) == 0) return;
     findings.Warn({member}, {std::string("is read as \"") + field.key + "\", which differs in letter case"});
     return;

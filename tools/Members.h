@@ -18,10 +18,15 @@ constexpr int kText = cJSON_String;
 constexpr int kBoolean = cJSON_False | cJSON_True;
 constexpr int kAnything = 0xFF;
 
+/// Of a member that no rule of the library asks for. Without one that is expected a request can still be
+/// built.
+enum Presence { kOptional, kExpected, kRequired };
+
 struct Field {
   const char* key;
-  int types;
-  bool required = false;  ///< for members that no rule of the library asks for
+  int types;                      ///< of all that can be built; another one is a fault
+  Presence presence = kOptional;  ///< it is a warning when an expected one is missing, a fault when required
+  int usual = kAnything;          ///< another one is a warning
 };
 
 constexpr std::size_t kMostFields = 10;
@@ -69,6 +74,14 @@ class Members {
 
 /// Tells when `node` is of none of the types. `node` may be null.
 bool HasType(const cJSON* node, int types, Findings& findings);
+
+/// Warns when `node` is of none of the types, though the library sends it. `node` may be null.
+void WarnUnlessUsual(const cJSON* node, int types, Findings& findings);
+
+/// What an array holds; nothing where anything else, null included, stands in its place.
+inline pluginsdk::internal::Children Elements(const cJSON* node) {
+  return pluginsdk::internal::Children(cJSON_IsArray(node) ? node : nullptr);
+}
 
 /// Judges one member by a builder of the library that is given this text (null when absent), all else right.
 template <typename Build>

@@ -8,7 +8,6 @@
 
 namespace tool {
 
-using pluginsdk::internal::Children;
 using pluginsdk::internal::JsonPtr;
 
 namespace {
@@ -19,14 +18,25 @@ constexpr const char* kSomeText = "t";
 
 constexpr int kTextOrNumber = cJSON_String | cJSON_Number;
 
-constexpr Field kParamsFields[] = {
-    {"appGUID", kText, true}, {"epoch", kText, true}, {"appName", kText},
-    {"displayName", kText},   {"type", kText},        {"version", kText},
-    {"startCommand", kText},  {"stopCommand", kText}, {"modules", cJSON_Array}};
-constexpr Field kModuleFields[] = {
-    {"moduleName", kText},       {"displayName", kText},    {"description", kText},
-    {"properties", cJSON_Array}, {"states", cJSON_Array},   {"events", cJSON_Array},
-    {"metrics", cJSON_Array},    {"commands", cJSON_Array}, {"alarms", cJSON_Array}};
+// The library adds the collections that it is given as they are, of whatever type.
+constexpr Field kParamsFields[] = {{"appGUID", kText, kRequired},
+                                   {"epoch", kText, kRequired},
+                                   {"appName", kText},
+                                   {"displayName", kText},
+                                   {"type", kText},
+                                   {"version", kText},
+                                   {"startCommand", kText},
+                                   {"stopCommand", kText},
+                                   {"modules", kAnything, kOptional, cJSON_Array}};
+constexpr Field kModuleFields[] = {{"moduleName", kText},
+                                   {"displayName", kText},
+                                   {"description", kText},
+                                   {"properties", kAnything, kOptional, cJSON_Array},
+                                   {"states", kAnything, kOptional, cJSON_Array},
+                                   {"events", kAnything, kOptional, cJSON_Array},
+                                   {"metrics", kAnything, kOptional, cJSON_Array},
+                                   {"commands", kAnything, kOptional, cJSON_Array},
+                                   {"alarms", kAnything, kOptional, cJSON_Array}};
 constexpr Field kPropertyFields[] = {{"name", kText},        {"displayName", kText},
                                      {"description", kText}, {"displayCategory", kText},
                                      {"displayType", kText}, {"value", kAnything}};
@@ -44,30 +54,30 @@ constexpr Field kCommandFields[] = {{"name", kText},
                                     {"displayName", kText},
                                     {"description", kText},
                                     {"displayCategory", kText},
-                                    {"type", kText, true},
-                                    {"params", cJSON_Array},
+                                    {"type", kText, kRequired},
+                                    {"params", kAnything, kOptional, cJSON_Array},
                                     {"displayOnProperty", kAnything}};
 constexpr Field kAlarmFields[] = {{"name", kText},
                                   {"displayName", kText},
                                   {"description", kText},
                                   {"displayCategory", kText},
-                                  {"params", cJSON_Array}};
+                                  {"params", kAnything, kOptional, cJSON_Array}};
 constexpr Field kCommandParamFields[] = {{"name", kText},
                                          {"displayName", kText},
                                          {"description", kText},
                                          {"displayType", kText},
                                          {"displayFormat", kText},
-                                         {"displayValues", cJSON_Array},
+                                         {"displayValues", kAnything, kOptional, cJSON_Array},
                                          {"valueFromProperty", kText},
-                                         {"required", kBoolean, true},
+                                         {"required", kBoolean, kRequired},
                                          {"defaultValue", kTextOrNumber}};
 constexpr Field kAlarmParamFields[] = {{"name", kText},
                                        {"displayName", kText},
                                        {"description", kText},
                                        {"displayType", kText},
                                        {"displayFormat", kText},
-                                       {"displayValues", cJSON_Array},
-                                       {"required", kBoolean, true}};
+                                       {"displayValues", kAnything, kOptional, cJSON_Array},
+                                       {"required", kBoolean, kRequired}};
 
 std::string OrEmpty(const char* text) {
   return text == nullptr ? "" : text;
@@ -144,7 +154,7 @@ void CheckBase(const Members& item, Findings& findings) {
 
 void CheckParameters(const Members& owner, const Shape& shape, BuildParameter build, Findings& findings) {
   const cJSON* const params = owner.Find("params");
-  for (const cJSON* param : Children(params)) {
+  for (const cJSON* param : Elements(params)) {
     const Members members(param, shape, findings);
     if (!members) continue;
     CheckBase(members, findings);
@@ -176,9 +186,9 @@ void CheckProperty(const Members& item, Findings& findings) {
   if (refusal) {
     findings.Fault(item.At("displayType"), *refusal);
   } else if (displayType == DisplayType::table) {
-    HasType(value, cJSON_Array, findings);
+    WarnUnlessUsual(value, cJSON_Array, findings);
   } else if (displayType == DisplayType::link || displayType == DisplayType::valueFromProperty) {
-    HasType(value, cJSON_Object, findings);
+    WarnUnlessUsual(value, cJSON_Object, findings);
   }
 }
 
@@ -228,7 +238,7 @@ void CheckModule(const cJSON* module, Findings& findings) {
   JudgeName(members, "moduleName", findings, AgainstModuleName);
   for (const Collection& collection : kCollections) {
     const cJSON* const items = members.Find(collection.key);
-    for (const cJSON* node : Children(items)) {
+    for (const cJSON* node : Elements(items)) {
       const Members item(node, collection.shape, findings);
       if (!item) continue;
       CheckBase(item, findings);
@@ -260,7 +270,7 @@ std::vector<Complaint> AgainstModuleName(const char* name) {
 
 void WarnOfRepeatedNames(const cJSON* array, const char* key, Findings& findings) {
   std::unordered_set<std::string_view> names;
-  for (const cJSON* item : Children(array)) {
+  for (const cJSON* item : Elements(array)) {
     const cJSON* const node = cJSON_GetObjectItem(item, key);
     const char* const name = cJSON_GetStringValue(node);
     if (name == nullptr || names.insert(name).second) continue;
@@ -296,7 +306,7 @@ void CheckRegistration(const cJSON* params, Findings& findings) {
     findings.Warn(members.At("type"), {"is neither \"" + AppType::ib + "\" nor \"" + AppType::oob + "\""});
   }
   const cJSON* const modules = members.Find("modules");
-  for (const cJSON* module : Children(modules)) CheckModule(module, findings);
+  for (const cJSON* module : Elements(modules)) CheckModule(module, findings);
   WarnOfRepeatedNames(modules, "moduleName", findings);
 }
 

@@ -10,14 +10,15 @@
 namespace tool {
 
 struct RequestKind {
-  const std::string& method;        ///< without version and signature
-  const char* mark = nullptr;       ///< a member by which params of this kind are known; null for those of none
-  bool isLimited = false;           ///< to the size that the library sets for reports
-  bool isOfAgent = false;           ///< comes to a plugin, which never sends it
+  const std::string& method;   ///< without version and signature
+  const char* mark = nullptr;  ///< a member by which params of this kind are known; null for those of none
+  bool isLimited = false;      ///< to the size that the library sets for reports
+  bool isOfAgent = false;      ///< comes to a plugin, which never sends it
 };
 
 /// A method in its parts: "v2/notifyPluginState?authorization=..." has the version "v2", the name
-/// "notifyPluginState" and the suffix from the question mark on. Without a slash before that it has no version.
+/// "notifyPluginState" and the suffix from the question mark on. Without a slash before that it has no
+/// version.
 struct MethodParts {
   bool hasVersion = false;
   std::string_view version;

@@ -63,14 +63,14 @@ warning: /params/modules/0/a~1b~0c: unknown member [3:60]
 warning: /params/modules/0/properties/0/Name: is read as "name", which differs in letter case [4:25]
 /params/modules/0/properties/1/displayType: displayType is inconsistant its value. (4) [4:79]
 warning: /params/modules/0/properties/2/name: a second "c" in the same list [5:13]
-/params/modules/0/properties/2/value: must be an object, is an array [5:46]
+warning: /params/modules/0/properties/2/value: is an array, which the library allows: usual is an object [5:46]
 /params/modules/1/moduleName: The length of "<65>" exceeds the maximum module name length, i.e. 64 Bytes. (2) [6:16]
 /params/modules/1/commands/0/type: must be "asynchronous" [6:115]
 /params/modules/1/commands/0/params/0/required: is missing [6:129]
 /params/modules/1/commands/0/params/0/displayFormat: displayFormat is required parameter for datetime displayType. (5) [6:129]
 /params/modules/1/commands/0/params/1/displayValues: displayValues is required parameter for switch displayType. (5) [7:5]
 warning: /params/modules/1/commands/0/params/1/displayFormat: is not written for display type "switch" [7:72]
-notifyPluginUpdate request: 17 faults, 4 warnings; 1199 bytes in indented printing, 1288 when signed
+notifyPluginUpdate request: 16 faults, 5 warnings; 1199 bytes in indented printing, 1288 when signed
 )")));
 }
 
@@ -100,11 +100,29 @@ TEST(Check, TellsWhatIsWrongWithReportsAndEnvelopes) {
            "Bytes. "
            "(2)\n"},
       {stamp +
-           R"("metrics":[{"name":"a","value":1.005},{"name":"a","value":1e15},{"name":"b","value":"5"}]})",
+           R"("metrics":[{"name":"a","value":1.005},{"name":"a","value":1e15},{"name":"b","value":"5"},{}]})",
        "warning: /metrics/0/value: is sent with two decimals: 1\n"
        "warning: /metrics/1/name: a second \"a\" in the same list\n"
        "/metrics/1/value: The number 1e+15 exceeds at most fifteen digits limitation. (3)\n"
-       "/metrics/2/value: must be a number, is a string\n"},
+       "/metrics/2/value: must be a number, is a string\n"
+       "/metrics/3/value: is missing\n/metrics/3/name: name is NULL (3)\n"},
+      {stamp + R"("states":[{"name":"o","value":[{"name":"<1030>"}]}]})",
+       "/states/0/value: The length of \"o\" exceeds the maximum table length, i.e. 1024 Bytes. (2)\n"
+       "/states/0/value/0/name: The length of \"<1030>\" exceeds the maximum header length, i.e. 128 Bytes. "
+       "(2)\n"},
+      {stamp + R"("events":{}})",
+       "warning: /events: is an object, which the library allows: usual is an array\n"},
+      {R"({"epoch":"1","appGUID":"g","moduleName":"","alarms":[{"name":"a","action":"trigger","time":"1"}],"id":5})",
+       "warning: /moduleName: ModuleName is missing. (4)\n"
+       "warning: /alarms/0/message: is missing, which the library allows\nwarning: /id: unknown member\n"},
+      {stamp +
+           R"("commandState":"ACKED","commandId":"i","commandAcks":[{"name":"a"},{"name":5,"result":1}]})",
+       "warning: /commandSource: is missing, which the library allows\n"
+       "warning: /commandAcks/0/result: is missing, which the library allows\n"
+       "/commandAcks/1/name: must be a string, is a number\n"},
+      {stamp +
+           R"("clientAppGUID":"c","commandId":"i","commandSource":"local","commands":{"name":"n","params":[{}]}})",
+       "/commands/params/0/name: name is NULL (3)\n/commands/params/0/value: value is NULL (3)\n"},
       {around + R"(v3/notifyPluginEvent","id":1})",
        "warning: /method: unknown version \"v3\"\n"
        "/id: makes it a request that waits for an answer; messages are notifications\n"},
