@@ -7,6 +7,8 @@
 #include <cstring>
 #include <memory>
 
+#include "JsonFault.h"
+
 namespace tool {
 
 namespace {
@@ -40,23 +42,15 @@ std::string Where(const Input& input, std::size_t offset) {
   return input.name + ":" + std::to_string(position.line) + ":" + std::to_string(position.column);
 }
 
-std::string Quoted(std::string_view text, std::size_t offset) {
-  if (offset >= text.size()) return "the text ends";
-  const char c = text[offset];
-  if (c == '\n') return "the line ends";
-  if (c >= ' ' && c <= '~') return std::string("unexpected '") + c + "'";
-  std::array<char, sizeof "unexpected byte 0xff"> shown;
-  std::snprintf(shown.data(), shown.size(), "unexpected byte 0x%02x", static_cast<unsigned char>(c));
-  return shown.data();
-}
-
 pluginsdk::internal::JsonPtr Parse(const Input& input, bool whole) {
   const char* const begin = input.text.c_str();
   const char* end = begin;
   pluginsdk::internal::JsonPtr tree(cJSON_ParseWithOpts(begin, &end, whole ? 1 : 0));
   if (tree != nullptr) return tree;
   const std::size_t offset = std::min(static_cast<std::size_t>(end - begin), input.text.size());
-  throw Unusable(Where(input, offset) + ": not JSON: " + Quoted(input.text, offset));
+  const JsonFault fault =
+      FindJsonFault(input.text, whole).value_or(JsonFault{offset, UnexpectedAt(input.text, offset)});
+  throw Unusable(Where(input, fault.offset) + ": " + fault.reason);
 }
 
 }  // namespace

@@ -4,8 +4,6 @@
 #include <charconv>
 #include <cstdint>
 
-#include "Utf8.h"
-
 namespace tool {
 
 namespace {
@@ -78,7 +76,13 @@ void Encode(std::string& out, std::uint32_t code) {
   tail(0);
 }
 
-// The half of a pair, or the whole character, that "\uXXXX" at the front of `text` stands for.
+void AppendEscape(std::string& out, std::uint32_t half, std::string_view digits) {
+  out += "\\u";
+  for (int shift = 12; shift >= 0; shift -= 4) out += digits[half >> shift & 15U];
+}
+
+}  // namespace
+
 Character ReadEscape(std::string_view text) {
   constexpr std::size_t kEscape = 6;  // \uXXXX
   if (text.size() < kEscape || text.substr(0, 2) != "\\u") return {};
@@ -87,13 +91,6 @@ Character ReadEscape(std::string_view text) {
   if (error != std::errc() || stop != text.data() + kEscape) return {};
   return {code, kEscape};
 }
-
-void AppendEscape(std::string& out, std::uint32_t half, std::string_view digits) {
-  out += "\\u";
-  for (int shift = 12; shift >= 0; shift -= 4) out += digits[half >> shift & 15U];
-}
-
-}  // namespace
 
 std::vector<std::string_view> Tokens(std::string_view text) {
   std::vector<std::string_view> tokens;

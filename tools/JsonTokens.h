@@ -7,7 +7,11 @@
 #include <string_view>
 #include <vector>
 
+#include "Utf8.h"
+
 namespace tool {
+
+constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
 
 /// Punctuation, strings with their quotes, numbers and words, in order, as views into `text`; blanks between
 /// them are left out.
@@ -28,6 +32,9 @@ std::string WithPlainSlashes(std::string_view text);
 std::string WithEscapedUnicode(std::string_view text, std::string_view digits);
 /// \uXXXX as the character it stands for, but for those that JSON must escape.
 std::string WithPlainUnicode(std::string_view text);
+
+/// What \uXXXX at the front of `text` stands for, which may be half a pair; size 0 where it does not stand.
+Character ReadEscape(std::string_view text);
 
 /// The text with U+FFFD for each byte that is not part of a character of UTF-8.
 std::string ValidUtf8(std::string_view text);
