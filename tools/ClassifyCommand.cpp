@@ -8,6 +8,7 @@
 #include "Input.h"
 #include "JsonBuild_internal.h"
 #include "Subcommand.h"
+#include "Terminal.h"
 
 namespace {
 
@@ -16,7 +17,8 @@ using namespace pluginsdk::internal;
 constexpr tool::Words kWords = {
     "classify", "Tell which kind of message a received text is",
     R"(The first line is the type as CPluginUtil::GetMessageType gives it; its extra text follows when there is
-one: the error, or the params of an agent event that tells of the server's connectivity.
+one: the error, or the params of an agent event that tells of the server's connectivity. A terminal gets it with
+control characters escaped, a file or a pipe every byte as it is.
 
 Exit status: 0 a message that plugins act on, 1 "error" and "others", 2 wrong arguments, or no JSON
 (which is "others" too).
@@ -26,7 +28,8 @@ Example:
 
 void Print(const std::string& type, const char* extra, bool json) {
   if (!json) {
-    std::cout << type << "\n" << (extra == nullptr ? "" : extra) << (extra == nullptr ? "" : "\n");
+    std::cout << type << "\n";
+    if (extra != nullptr) std::cout << (tool::IsTerminal() ? tool::ClearLines(extra) : extra) << "\n";
     return;
   }
   const JsonPtr answer = NewObject();

@@ -7,9 +7,9 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <iostream>
 
 #include "Input.h"
+#include "Subcommand.h"
 
 namespace tool {
 
@@ -73,7 +73,7 @@ AccessKey ReadKeyFile(const std::string& file) {
   if (reader.Bytes().empty()) throw Unusable(file + ": empty, where the access key should stand");
   if (reader.Bytes().size() > kLongestKey) throw Unusable(file + ": too long for an access key");
   if (reader.ReadableByAll()) {
-    std::cerr << "note: " << file << ": every user of this machine can read this key\n";
+    Note(file + ": every user of this machine can read this key");
   }
   return AccessKey(reader.Bytes());
 }

@@ -28,8 +28,8 @@ Example:
 void CutAtZero(tool::Input& input) {
   const std::size_t zero = input.text.find('\0');
   if (zero == std::string::npos) return;
-  std::cerr << "note: " << input.name << ": the log shows " << zero << " of " << input.text.size()
-            << " bytes, up to the first zero byte\n";
+  tool::Note(input.name + ": the log shows " + std::to_string(zero) + " of " +
+             std::to_string(input.text.size()) + " bytes, up to the first zero byte");
   input.text.resize(zero);
 }
 

@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 #include <functional>
 #include <string>
+#include <string_view>
 
 #include "ExitCode.h"
 
@@ -30,6 +31,15 @@ struct Words {
 /// must be kept alive by `run`; `exitCode` must outlive the parsing.
 CLI::App* AddSubcommand(CLI::App& app, const Words& words, CommonOptions& common, ExitCode& exitCode,
                         std::function<ExitCode()> run);
+
+/// A text with everything escaped that a terminal would obey or not show, so that no text of others passes
+/// for words of the tool. Escaped too: ends of lines.
+std::string Clear(std::string_view text);
+/// The same of a printed document, whose line ends and tabs stay.
+std::string ClearLines(std::string_view text);
+
+/// A line on standard error: "note: " and the text, clear.
+void Note(std::string_view text);
 
 /// Prints the answer of --json. Bytes of it that are not UTF-8, which JSON cannot hold, become U+FFFD.
 void PrintAnswer(const cJSON* answer);

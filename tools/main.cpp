@@ -5,6 +5,8 @@
 #include <exception>
 #include <iostream>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "CheckCommand.h"
 #include "ClassifyCommand.h"
@@ -14,6 +16,7 @@
 #include "PluginSDK_version.h"
 #include "RingCommand.h"
 #include "SignCommand.h"
+#include "Subcommand.h"
 #include "Utl_Log.h"
 #include "VerifyCommand.h"
 
@@ -23,6 +26,14 @@ namespace {
 void SilenceTheLog(const char* program) {
   UTL_LOGInit(program, nullptr);
   UTL_LOGSetWriteToStdout(false);
+}
+
+ExitCode TellUsageError(const CLI::App& app, const CLI::ParseError& error) {
+  const std::vector<std::string> unknown = app.remaining();
+  const bool noSubcommand = app.get_subcommands().empty() && !unknown.empty();
+  const std::string text = noSubcommand ? "no subcommand or option \"" + unknown.front() + '"' : error.what();
+  std::cerr << tool::Clear(text) << "\nRun with --help for more information.\n";
+  return kCannotRun;
 }
 
 ExitCode RunTool(int argc, char** argv) {
@@ -40,8 +51,10 @@ ExitCode RunTool(int argc, char** argv) {
   AddRingCommand(app, exitCode);
   try {
     app.parse(argc, argv);
+  } catch (const CLI::Success& help) {
+    app.exit(help);  // asking for help ends the parsing too
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? kDone : kCannotRun;  // asking for help ends the parsing too
+    return TellUsageError(app, error);
   }
   std::cout.flush();
   if (!std::cout) throw std::runtime_error("standard output cannot be written");
