@@ -18,10 +18,14 @@ constexpr tool::Words kWords = {
     "describe", "Show the model that a registration declares as a tree",
     "FILE is a whole registration request or its params alone. Each module, group, item and parameter has "
     "one\n"
-    "line, no wider than the terminal. Faults are not told: see pluginsdk check.\n"
+    "line, no wider than the terminal, or than COLUMNS says when a terminal does not tell its width; "
+    "elsewhere\n"
+    "it is as long as it takes. Faults are not told: see pluginsdk check.\n"
     "Example:\n"
     "  echo '{\"appName\":\"Watcher\",\"modules\":[{\"moduleName\":\"camera\"}]}' | pluginsdk describe\n"
-    "Exit status: 0 described, 1 not a registration, 2 wrong arguments, unreadable or not JSON."};
+    "Exit status: 0 described, 1 not a registration (--json answers with \"registration\" false and a "
+    "\"reason\"),\n"
+    "2 wrong arguments, unreadable or not JSON."};
 
 struct Options : tool::CommonOptions {
   std::string color = "auto";
@@ -37,23 +41,39 @@ tool::Page PageOf(const Options& options) {
   return page;
 }
 
+ExitCode TellAbsence(const Options& options, const std::string& name, const std::string& why, bool ascii) {
+  if (options.json) {
+    tool::PrintAnswer(tool::SummarizeAbsence(why).get());
+  } else {
+    std::cerr << "pluginsdk describe: " << name << ": not a registration: " << tool::Shown(why, ascii)
+              << "\n";
+  }
+  return kVerdictNo;
+}
+
 ExitCode Run(const Options& options) {
   const tool::Input input = tool::ReadInput(options.file);
   const JsonPtr document = tool::ParseInput(input);
   const tool::Page page = PageOf(options);
   std::string why;
   const cJSON* const params = tool::FindRegistration(document.get(), why);
-  if (params == nullptr) {
-    std::cerr << "pluginsdk describe: " << input.name
-              << ": not a registration: " << tool::Shown(why, page.ascii) << "\n";
-    return kVerdictNo;
-  }
+  if (params == nullptr) return TellAbsence(options, input.name, why, page.ascii);
   if (options.json) {
     tool::PrintAnswer(tool::SummarizeModel(params).get());
   } else {
     std::cout << tool::RenderedTree(tool::DescribeModel(params, page.ascii), page);
   }
   return kDone;
+}
+
+// Validators see the text as it was typed, of whatever length.
+std::string AgainstWidth(const std::string& text) {
+  constexpr std::size_t kMost = 10000;  // wider than any terminal
+  constexpr std::size_t kMostDigits = 5;
+  const bool isNumber = !text.empty() && text.size() <= kMostDigits &&
+                        text.find_first_not_of("0123456789") == std::string::npos;
+  const std::size_t width = isNumber ? std::stoul(text) : 0;
+  return width >= 1 && width <= kMost ? "" : "must be 1 to " + std::to_string(kMost);
 }
 
 }  // namespace
@@ -65,7 +85,7 @@ void AddDescribeCommand(CLI::App& app, ExitCode& exitCode) {
   describe->add_option("--color", options->color, "auto: on a terminal, unless NO_COLOR is set")
       ->check(CLI::IsMember({"auto", "always", "never"}))
       ->capture_default_str();
-  describe->add_option("--width", options->width, "columns of a line; else those of the terminal")
-      ->check(CLI::PositiveNumber);
+  describe->add_option("--width", options->width, "columns of a line, 1 to 10000; else those of the terminal")
+      ->check(AgainstWidth);
   describe->add_flag("--ascii", options->ascii, "only ASCII, other characters escaped; so too without UTF-8");
 }

@@ -1,5 +1,7 @@
 #include "ModelTree.h"
 
+#include <strings.h>
+
 #include <array>
 #include <cstdlib>
 #include <cstring>
@@ -25,9 +27,6 @@ constexpr std::array<const char*, 14> kItemKeys = {
     "name",        "displayName",   "description",       "displayCategory",  "displayType",
     "displayUnit", "displayFormat", "displayValues",     "required",         "defaultValue",
     "type",        "value",         "valueFromProperty", "displayOnProperty"};
-
-constexpr std::size_t kLongValue = 40;               // columns; half a line of a usual terminal
-constexpr std::size_t kMostBytes = 10 * kLongValue;  // a list that is longer will be cut anyway
 
 std::size_t CountOf(const cJSON* parent) {
   std::size_t count = 0;
@@ -69,7 +68,6 @@ class Describer {
 
  private:
   std::string Clean(std::string_view text) const { return Shown(text, m_ascii); }
-  std::string Short(std::string_view text) const { return Shortened(Clean(text), kLongValue, m_ascii); }
 
   TreeNode Named(const cJSON* owner, const char* key) const {
     TreeNode node;
@@ -85,31 +83,39 @@ class Describer {
 
   void AddText(Line& line, const cJSON* owner, const char* key, const char* before, Style style,
                bool quoted = false) const {
-    const cJSON* const member = cJSON_GetObjectItem(owner, key);
+    AddMember(line, cJSON_GetObjectItem(owner, key), before, style, quoted);
+  }
+
+  // Only names and single words are not quoted: a line is worth little without them.
+  void AddMember(Line& line, const cJSON* member, const char* before, Style style, bool quoted) const {
     if (member == nullptr) return;
-    const bool isText = cJSON_IsString(member) != 0;
-    std::string text = isText && !quoted ? Clean(member->valuestring) : ValueOf(member);
-    line.push_back({before, Style::kPlain});
-    line.push_back({std::move(text), style});
+    const bool isWord = cJSON_IsString(member) != 0 && !quoted;
+    line.push_back({before});
+    line.push_back({isWord ? Clean(member->valuestring) : ValueOf(member), style, !isWord});
+  }
+
+  void AddDescription(Line& line, const cJSON* owner) const {
+    const std::size_t before = line.size();
+    AddText(line, owner, "description", ": ", Style::kFaint);
+    if (line.size() > before) line.back().mayShrink = true;
   }
 
   // Texts in quotes, lists of them with bars in between, everything else as JSON.
   std::string ValueOf(const cJSON* value) const {
-    if (cJSON_IsString(value)) return "\"" + Short(value->valuestring) + "\"";
+    if (cJSON_IsString(value)) return "\"" + Clean(value->valuestring) + "\"";
     if (cJSON_IsArray(value)) return ListOf(value);
     const JsonText text = Print(value, false);
-    return text == nullptr ? std::string() : Short(text.get());
+    return text == nullptr ? std::string() : Clean(text.get());
   }
 
   std::string ListOf(const cJSON* list) const {
     std::string text;
     for (const cJSON* element : Children(list)) {
-      if (text.size() > kMostBytes) break;
       text += text.empty() ? "" : " | ";
       const JsonText printed = cJSON_IsString(element) ? nullptr : Print(element, false);
       text += cJSON_IsString(element) ? Clean(element->valuestring) : Clean(printed ? printed.get() : "");
     }
-    return Shortened(text, kLongValue, m_ascii);
+    return text;
   }
 
   void AddIdentity(TreeNode& node, const cJSON* params) const {
@@ -140,7 +146,7 @@ class Describer {
   TreeNode Module(const cJSON* module) const {
     TreeNode node = Named(module, "moduleName");
     AddText(node.line, module, "displayName", " ", Style::kPlain, true);
-    AddText(node.line, module, "description", ": ", Style::kFaint);
+    AddDescription(node.line, module);
     for (const char* group : kGroups) AddGroup(node, module, group);
     return node;
   }
@@ -163,8 +169,9 @@ class Describer {
     AddText(line, item, "displayFormat", ", as ", Style::kPlain, true);
     AddValue(line, item);
     AddText(line, item, "valueFromProperty", ", from property ", Style::kPlain);
+    AddText(line, item, "displayOnProperty", ", shown on ", Style::kPlain, true);
     AddText(line, item, "displayCategory", ", category ", Style::kFaint);
-    AddText(line, item, "description", ": ", Style::kFaint);
+    AddDescription(line, item);
     for (const cJSON* param : ElementsOf(item, "params")) node.children.push_back(Item(param));
     return node;
   }
@@ -173,15 +180,25 @@ class Describer {
     const cJSON* const value = cJSON_GetObjectItem(item, "value");
     if (cJSON_IsArray(value)) {
       line.push_back({", " + Counted(CountOf(value), "row")});
-    } else if (cJSON_IsObject(value) && cJSON_HasObjectItem(value, "url")) {
-      AddText(line, value, "url", " to ", Style::kPlain);
-      AddText(line, value, "alias", " ", Style::kPlain, true);
+    } else if (cJSON_HasObjectItem(value, "url") != 0) {
+      AddLinks(line, value);
     } else if (cJSON_IsObject(value)) {
       AddChoice(line, value);
     } else {
       AddText(line, item, "value", " = ", Style::kPlain, true);
     }
     AddChoice(line, item);
+  }
+
+  // The library builds a link of two entries as one object with two of each member.
+  void AddLinks(Line& line, const cJSON* links) const {
+    const char* before = " to ";
+    for (const cJSON* member : Children(links)) {
+      const char* const key = member->string;
+      if (::strcasecmp(key, "url") == 0)
+        AddMember(line, member, std::exchange(before, ", "), Style::kPlain, true);
+      if (::strcasecmp(key, "alias") == 0) AddMember(line, member, " ", Style::kPlain, true);
+    }
   }
 
   void AddChoice(Line& line, const cJSON* owner) const {
@@ -244,7 +261,7 @@ void RenderChildren(const TreeNode& node, const std::string& indent, const Page&
     const bool isLast = &child == &node.children.back();
     Line line = {{indent + (isLast ? branches.last : branches.middle), Style::kFaint}};
     line.insert(line.end(), child.line.begin(), child.line.end());
-    out.append(Rendered(line, page)).append("\n");
+    out.append(Rendered(std::move(line), page)).append("\n");
     RenderChildren(child, indent + (isLast ? branches.past : branches.through), page, out);
   }
 }
@@ -271,6 +288,7 @@ TreeNode DescribeModel(const cJSON* params, bool ascii) {
 
 JsonPtr SummarizeModel(const cJSON* params) {
   JsonPtr summary = NewObject();
+  AddBool(summary.get(), "registration", true);
   JsonPtr application = NewObject();
   Copy(application.get(), params, kApplicationKeys);
   AddString(application.get(), "epoch", cJSON_GetStringValue(cJSON_GetObjectItem(params, "epoch")));
@@ -278,6 +296,13 @@ JsonPtr SummarizeModel(const cJSON* params) {
   JsonPtr modules = NewArray();
   for (const cJSON* module : ElementsOf(params, "modules")) Append(modules.get(), SummarizeModule(module));
   Attach(summary.get(), "modules", std::move(modules));
+  return summary;
+}
+
+JsonPtr SummarizeAbsence(const std::string& why) {
+  JsonPtr summary = NewObject();
+  AddBool(summary.get(), "registration", false);
+  AddString(summary.get(), "reason", why);
   return summary;
 }
 

@@ -28,6 +28,9 @@ TreeNode DescribeModel(const cJSON* params, bool ascii);
 /// The same as a document: only known members, spelled right and in one order, every group present.
 pluginsdk::internal::JsonPtr SummarizeModel(const cJSON* params);
 
+/// The document in its place when there is no registration.
+pluginsdk::internal::JsonPtr SummarizeAbsence(const std::string& why);
+
 /// The tree with its branches, every line rendered for `page`.
 std::string RenderedTree(const TreeNode& root, const Page& page);
 

@@ -81,6 +81,60 @@ std::string_view Ellipsis(bool ascii) {
   return ascii ? "..." : "…";
 }
 
+// The front of a text that is wider, with an ellipsis, or with as much of that as fits.
+std::string Cut(const std::string& text, std::size_t columns, bool ascii) {
+  if (ColumnsOf(text) <= columns) return text;
+  const std::string_view ellipsis = Ellipsis(ascii);
+  const Front end = FrontOf(ellipsis, columns);
+  return text.substr(0, FrontOf(text, columns - end.columns).bytes).append(ellipsis, 0, end.bytes);
+}
+
+// Below this a text says nothing any more; the line is cut at its end rather.
+constexpr std::size_t kLeastShrunk = 10;
+
+std::size_t ColumnsOf(const Line& line) {
+  std::size_t columns = 0;
+  for (const Piece& piece : line) columns += ColumnsOf(piece.text);
+  return columns;
+}
+
+// The shortest come first, so that what they do not need is left to the longer ones.
+void Shrink(Line& line, const Page& page) {
+  std::vector<Piece*> pieces;
+  for (Piece& piece : line) {
+    if (piece.mayShrink) pieces.push_back(&piece);
+  }
+  const auto isShorter = [](const Piece* left, const Piece* right) {
+    return ColumnsOf(left->text) < ColumnsOf(right->text);
+  };
+  std::sort(pieces.begin(), pieces.end(), isShorter);
+  std::size_t taken = ColumnsOf(line);
+  for (const Piece* piece : pieces) taken -= ColumnsOf(piece->text);
+  std::size_t room = *page.columns - std::min(taken, *page.columns);
+  std::size_t count = pieces.size();
+  for (Piece* piece : pieces) {
+    piece->text = Cut(piece->text, std::max(room / count--, kLeastShrunk), page.ascii);
+    room -= std::min(room, ColumnsOf(piece->text));
+  }
+}
+
+void CutEnd(Line& line, const Page& page) {
+  if (ColumnsOf(line) <= *page.columns) return;
+  const std::string_view ellipsis = Ellipsis(page.ascii);
+  const Front end = FrontOf(ellipsis, *page.columns);
+  std::size_t left = *page.columns - end.columns;
+  auto piece = line.begin();
+  for (; piece != line.end(); ++piece) {
+    const Front front = FrontOf(piece->text, left);
+    left -= front.columns;
+    if (front.bytes == piece->text.size()) continue;
+    piece->text.resize(front.bytes);
+    break;
+  }
+  line.erase(piece + 1, line.end());
+  line.push_back({std::string(ellipsis.substr(0, end.bytes))});
+}
+
 const char* SequenceOf(Style style) {
   switch (style) {
     case Style::kStrong:
@@ -119,6 +173,7 @@ bool IsTerminal() {
 }
 
 std::optional<std::size_t> ColumnsOfUser() {
+  if (!IsTerminal()) return std::nullopt;
   winsize size = {};
   if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
   const char* const columns = std::getenv("COLUMNS");
@@ -150,22 +205,14 @@ std::string Shown(std::string_view text, bool ascii) {
   return shown;
 }
 
-std::string Rendered(const Line& line, const Page& page) {
-  std::size_t needed = 0;
-  for (const Piece& piece : line) needed += ColumnsOf(piece.text);
-  const bool fits = !page.columns || needed <= *page.columns;
-  const std::size_t columns = fits ? needed : *page.columns;
-  std::string_view ellipsis = fits ? std::string_view() : Ellipsis(page.ascii);
-  ellipsis = ellipsis.substr(0, FrontOf(ellipsis, columns).bytes);
-  std::size_t left = columns - ColumnsOf(ellipsis);
-  std::string text;
-  for (const Piece& piece : line) {
-    const Front front = FrontOf(piece.text, left);
-    text += Colored(piece.text.substr(0, front.bytes), piece.style, page);
-    left -= front.columns;
-    if (front.bytes < piece.text.size()) break;
+std::string Rendered(Line line, const Page& page) {
+  if (page.columns && ColumnsOf(line) > *page.columns) {
+    Shrink(line, page);
+    CutEnd(line, page);
   }
-  return text.append(ellipsis);
+  std::string text;
+  for (const Piece& piece : line) text += Colored(piece.text, piece.style, page);
+  return text;
 }
 
 std::string Shortened(const std::string& text, std::size_t columns, bool ascii) {

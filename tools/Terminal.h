@@ -16,7 +16,8 @@ bool UseLocaleOfUser();
 
 bool IsTerminal();  ///< standard output
 
-/// Columns of the terminal; else what COLUMNS says; nothing where lines may be of any length.
+/// Columns of the terminal, or what COLUMNS says when it does not tell; nothing where output is no terminal:
+/// lines may be of any length there.
 std::optional<std::size_t> ColumnsOfUser();
 
 /// Whether `text` may be coloured: on a terminal that can, unless NO_COLOR is set.
@@ -33,6 +34,7 @@ enum class Style { kPlain, kStrong, kFaint, kWord, kNumber, kBad, kDoubtful };
 struct Piece {
   std::string text;  ///< as Shown makes it
   Style style = Style::kPlain;
+  bool mayShrink = false;  ///< a long one leaves room to what follows it
 };
 using Line = std::vector<Piece>;
 
@@ -42,8 +44,9 @@ struct Page {
   std::optional<std::size_t> columns;  ///< no line is wider
 };
 
-/// One line, cut with an ellipsis where it is too wide, without an end of line.
-std::string Rendered(const Line& line, const Page& page);
+/// One line without an end of line. Where it is too wide, pieces that may shrink share what the others leave,
+/// and what is still too wide is cut at its end, all with an ellipsis.
+std::string Rendered(Line line, const Page& page);
 
 /// The text, of which the middle is left out when it has more than `columns` columns.
 std::string Shortened(const std::string& text, std::size_t columns, bool ascii);

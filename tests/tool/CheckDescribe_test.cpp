@@ -110,8 +110,6 @@ TEST(Check, TellsWhatIsWrongWithReportsAndEnvelopes) {
        "/states/0/value: The length of \"o\" exceeds the maximum table length, i.e. 1024 Bytes. (2)\n"
        "/states/0/value/0/name: The length of \"<1030>\" exceeds the maximum header length, i.e. 128 Bytes. "
        "(2)\n"},
-      {stamp + R"("events":{}})",
-       "warning: /events: is an object, which the library allows: usual is an array\n"},
       {R"({"epoch":"1","appGUID":"g","moduleName":"","alarms":[{"name":"a","action":"trigger","time":"1"}],"id":5})",
        "warning: /moduleName: ModuleName is missing. (4)\n"
        "warning: /alarms/0/message: is missing, which the library allows\nwarning: /id: unknown member\n"},
@@ -145,7 +143,8 @@ TEST(Check, TellsWhatIsWrongWithReportsAndEnvelopes) {
       R"("warnings":[]})");
 }
 
-const std::string kModel = R"({"appName":"W\u001b]0;\u0007","displayName":"\u202e\u009b","version":"1",
+const std::string kModel =
+    R"({"appName":"W\u001b]0;\u0007","displayName":"\u202e\u009b\ufeff\u200d\udb40\udc41\u061c","version":"1",
 "modules":[{"moduleName":"cam","displayName":"門口攝影機","states":[5,{"name":"éééééééééééé"}]}]})";
 const std::string kInTwentyColumns = R"(W\u001b]0;\u0007 1 …
 └─ cam "門口攝影機"
@@ -154,8 +153,14 @@ const std::string kInTwentyColumns = R"(W\u001b]0;\u0007 1 …
       └─ éééééééééé…
 )";
 
+const std::string kLinks = R"({"appName":"A","modules":[{"moduleName":"m","properties":[{"name":"l",
+"value":{"url":"<60>","alias":"b","url":"c","alias":"d"},"displayOnProperty":{"n":1}}]}]})";
+
 TEST(Describe, KeepsToTheWidthAndColorsATerminalOnly) {
-  EXPECT_EQ(RunTool("describe", kModel).second.find(R"(W\u001b]0;\u0007 1 "\u202e\u009b", 1 module)"), 0U);
+  ::setenv("COLUMNS", "20", 1);  // counts for a terminal only
+  EXPECT_EQ(RunTool("describe", kModel)
+                .second.find(R"(W\u001b]0;\u0007 1 "\u202e\u009b\ufeff\u200d\udb40\udc41\u061c", 1 module)"),
+            0U);
   EXPECT_NE(
       Printed(message_test::Json(RunTool("describe --json", kModel).second).get())
           .find(R"("counts":{"properties":0,"states":2,"metrics":0,"events":0,"commands":0,"alarms":0},)"
@@ -163,8 +168,14 @@ TEST(Describe, KeepsToTheWidthAndColorsATerminalOnly) {
       std::string::npos);
   EXPECT_EQ(RunTool("describe --width 20", kModel), Answer(0, kInTwentyColumns));
   EXPECT_NE(RunTool("describe --width 18", kModel).second.find("\n└─ cam \"門口攝影…\n"), std::string::npos);
-  EXPECT_EQ(RunTool("describe", R"({"method":"v1/notifyPluginState","params":{"modules":[]}})"),
-            Answer(1, ""));
+  EXPECT_NE(RunTool("describe --width 60", Filled(kLinks))
+                .second.find("\n      └─ l to \"xxxxxxxxxxx… \"b\", \"c\" \"d\", shown on {\"n\":1}\n"),
+            std::string::npos);
+  EXPECT_EQ(RunTool("2>&1 describe --width 10001", kModel).second.find("--width: must be 1 to 10000\n"), 0U);
+  EXPECT_EQ(RunTool("describe --json", R"({"method":"v1/notifyPluginState","params":{"modules":[]}})"),
+            Answer(1,
+                   "{\n\t\"registration\":\tfalse,\n\t\"reason\":\t\"a request of another kind: "
+                   "\\\"v1/notifyPluginState\\\"\"\n}\n"));
   for (const std::string environment : {"A=b", "NO_COLOR=1", "TERM=dumb"}) {
     winsize size = {24, 20, 0, 0};  // lines, columns
     int terminal = -1;
