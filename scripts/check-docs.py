@@ -5,6 +5,7 @@ Doxygen warns of most names without words, but not of all: default constructors,
 it has not seen. So each public name is looked for in its XML, among the names the library exports and those
 that only the headers know. In the HTML every link leads somewhere, and nothing is fetched from elsewhere.
 """
+import json
 import re
 import subprocess
 import sys
@@ -116,19 +117,26 @@ class Page(HTMLParser):
         super().__init__()
         self.anchors, self.links, self.fetched, self.markup = set(), [], [], []
         self.verbatim, self.divisions = 0, []
+        self.codes, self.in_code = [], False
         self.feed(path.read_text())
 
     def handle_data(self, data):
+        if self.in_code:
+            self.codes[-1] += data
         if not self.verbatim and "fragment" not in self.divisions and self.MARKUP.search(data):
             self.markup.append(data.strip())
 
     def handle_endtag(self, tag):
         if tag == "div":
             self.divisions.pop()
+        self.in_code = self.in_code and tag != "code"
         self.verbatim -= tag in self.VERBATIM
 
     def handle_starttag(self, tag, attributes):
         self.verbatim += tag in self.VERBATIM
+        if tag == "code":
+            self.codes.append("")
+            self.in_code = True
         if tag == "div":
             self.divisions.append(dict(attributes).get("class"))
         for key, value in attributes:
@@ -145,6 +153,16 @@ def bare_markup(pages):
     for path, page in pages.items():
         if path.stem.startswith(("index", "guide-")):
             yield from (f"{path.name}: {words[:100]}" for words in page.markup)
+
+
+def damaged_spans(html, pages):
+    """Quotes and backslashes of a code span are what Doxygen gets wrong most easily."""
+    listed = subprocess.run([ROOT / "scripts/docs-input.py", "--spans"], capture_output=True, text=True, check=True)
+    spans = [tuple(json.loads(line)) for line in listed.stdout.splitlines()]
+    if not spans:
+        yield "no guide has a code span"
+    shown = Counter((path.name, " ".join(code.split())) for path, page in pages.items() for code in page.codes)
+    yield from (f"{page}: {span}" for page, span in (Counter(spans) - shown))
 
 
 def dead_links(html, pages):
@@ -183,6 +201,7 @@ for fault, lines in [
     ("public names that the reference has not seen", list(unseen(reference))),
     ("links that lead nowhere, or out of the reference", list(dead_links(folder / "html", pages))),
     ("markup that is shown as text", list(bare_markup(pages))),
+    ("code spans that are not shown as they were written", list(damaged_spans(folder / "html", pages))),
     ("pages that hold the path of this checkout", list(machine_paths(folder / "html"))),
 ]:
     if lines:
