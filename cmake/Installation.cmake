@@ -32,7 +32,17 @@ write_basic_package_version_file(PluginSDKConfigVersion.cmake COMPATIBILITY Same
 install(FILES ${PROJECT_BINARY_DIR}/PluginSDKConfig.cmake ${PROJECT_BINARY_DIR}/PluginSDKConfigVersion.cmake
   DESTINATION ${package_dir} COMPONENT development)
 
-file(RELATIVE_PATH pkgconfig_to_prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+# An absolute folder stands in the file as it was chosen, and an absolute place of the file itself fixes the prefix.
+if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+  set(pc_prefix ${CMAKE_INSTALL_PREFIX})
+else()
+  file(RELATIVE_PATH pkgconfig_to_prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+  set(pc_prefix "\${pcfiledir}/${pkgconfig_to_prefix}")
+endif()
+foreach(dir IN ITEMS LIBDIR INCLUDEDIR)
+  set(pc_${dir} "\${prefix}")
+  cmake_path(APPEND pc_${dir} "${CMAKE_INSTALL_${dir}}")  # of an absolute path, the path alone
+endforeach()
 configure_file(cmake/pluginsdk.pc.in pluginsdk.pc @ONLY)
 # The name of version 1.0, for builds that ask for it.
 file(CREATE_LINK pluginsdk.pc ${PROJECT_BINARY_DIR}/PluginSDK.pc SYMBOLIC)
