@@ -1,6 +1,6 @@
 /// @file
-/// The access key comes from a file that only its owner can read: the command line and the environment of a
-/// process can be read by others of the same machine.
+/// The access key, and any other secret, comes from a file that only its owner can read: the command line and
+/// the environment of a process can be read by others of the same machine.
 #pragma once
 
 #include <sys/stat.h>
@@ -13,7 +13,7 @@
 namespace demo {
 
 /// Every byte of a regular file that group and others have no rights to. A newline at the end is refused: it
-/// would be a part of the key, and is nearly always the work of an editor or of echo.
+/// would be a part of the secret, and is nearly always the work of an editor or of echo.
 /// @throws std::runtime_error that names the file, never what it holds
 inline std::string ReadKey(const std::string& path) {
   constexpr std::size_t kMost = 4096;  // far more than any key; a file that fills it is no key
@@ -22,7 +22,7 @@ inline std::string ReadKey(const std::string& path) {
   struct stat status = {};
   // The open file is asked, not the path, which may lead to another file by now.
   if (file == nullptr || ::fstat(::fileno(file.get()), &status) != 0 || !S_ISREG(status.st_mode)) {
-    throw std::runtime_error("cannot read the access key in " + path);
+    throw std::runtime_error(path + " cannot be read, or is no regular file");
   }
   if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
     throw std::runtime_error(path + " can be read by others; try chmod 600");
@@ -30,10 +30,10 @@ inline std::string ReadKey(const std::string& path) {
   std::string key(kMost, '\0');
   key.resize(std::fread(key.data(), 1, kMost, file.get()));
   if (key.empty() || key.size() == kMost || std::ferror(file.get()) != 0) {
-    throw std::runtime_error("no access key in " + path);
+    throw std::runtime_error(path + " is empty, or too long for a secret");
   }
   if (key.back() == '\n') {
-    throw std::runtime_error(path + " ends in a newline; write the key without one (printf %s)");
+    throw std::runtime_error(path + " ends in a newline; write the secret without one (printf %s)");
   }
   return key;
 }

@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <random>
 
+#include "ReadKey.h"
+
 namespace demo {
 namespace {
 
@@ -65,16 +67,7 @@ int ParseNumber(const std::string& text, const std::string& what, int least, int
 }
 
 std::string ReadSecret(const std::string& path) {
-  std::string secret;
-  if (path.empty()) {
-    return secret;
-  }
-  std::ifstream file(path);
-  std::getline(file, secret);
-  if (!file || secret.empty()) {
-    throw UsageError("no secret in " + path);  // names the file, never what it holds
-  }
-  return secret;
+  return path.empty() ? "" : ReadKey(path);
 }
 
 void SetUpProcess(const char* programPath, const std::string& logRoot) {

@@ -34,9 +34,8 @@ bool ParseOptions(int argc, char** argv, const char* purpose, const std::vector<
 /// @throws UsageError that names `what`
 int ParseNumber(const std::string& text, const std::string& what, int least, int most);
 
-/// The first line of a file; "" for an empty path. Secrets come from files (or a descriptor, or a key store)
-/// and not from the command line, which every user of the machine can read in the process list.
-/// @throws UsageError for a file that cannot be read or that has an empty first line
+/// An access key, a ticket or a password: what ReadKey takes from the file; "" for an empty path.
+/// @throws std::runtime_error that names the file, never what it holds
 std::string ReadSecret(const std::string& path);
 
 /// What every process that links the library does before anything else. Log lines go to files under `logRoot`

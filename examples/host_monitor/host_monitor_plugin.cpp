@@ -491,8 +491,8 @@ struct Arguments {
     return {
         {"socket", &socketPath, "path of the agent's socket"},
         {"version", &version, "API version: v1 (unsigned) or v2 (signed, the default)"},
-        {"key-file", &keyFile, "file with the access key shared with the agent (v2)"},
-        {"ticket-file", &ticketFile, "file with the ticket that opens the connection"},
+        {"key-file", &keyFile, "file (chmod 600) with the access key shared with the agent (v2)"},
+        {"ticket-file", &ticketFile, "file (chmod 600) with the ticket that opens the connection"},
         {"mount-point", &mountPoint, "disk to watch (/)"},
         {"rounds", &rounds, "rounds of reports (5)"},
         {"interval-ms", &intervalMs, "milliseconds between two rounds (600)"},

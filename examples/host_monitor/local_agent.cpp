@@ -441,8 +441,8 @@ int Main(int argc, char** argv) {
   const std::vector<Option> options = {
       {"socket", &settings.socketPath, "path of the socket to listen on"},
       {"version", &version, "API version: v1 (unsigned) or v2 (signed, the default)"},
-      {"key-file", &keyFile, "file with the access key shared with the plugin (v2)"},
-      {"ticket-file", &ticketFile, "file with the ticket that opens the connection"},
+      {"key-file", &keyFile, "file (chmod 600) with the access key shared with the plugin (v2)"},
+      {"ticket-file", &ticketFile, "file (chmod 600) with the ticket that opens the connection"},
       {"rounds", &rounds, "rounds of reports to wait for (5)"},
       {"timeout-ms", &timeoutMs, "milliseconds after which to give up (30000)"},
       {"log-root", &logRoot, "directory for log files; without it nothing is logged"},

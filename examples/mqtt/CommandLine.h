@@ -20,12 +20,13 @@ struct BrokerOptions {
   std::string passwordFile;
 
   void AddTo(std::vector<Option>* options) {
-    options->insert(options->begin(), {{"host", &host, "address of the broker (127.0.0.1)"},
-                                       {"port", &port, "its port (1883)"},
-                                       {"user", &user, "user name; without it the connection is anonymous"},
-                                       {"password-file", &passwordFile, "file with the user's password"}});
+    options->insert(options->begin(),
+                    {{"host", &host, "address of the broker (127.0.0.1)"},
+                     {"port", &port, "its port (1883)"},
+                     {"user", &user, "user name; without it the connection is anonymous"},
+                     {"password-file", &passwordFile, "file (chmod 600) with the password"}});
   }
-  /// @throws UsageError
+  /// @throws UsageError; what ReadSecret throws
   Broker Checked() const {
     return {host, ParseNumber(port, "--port", 1, 65535), user, ReadSecret(passwordFile)};
   }

@@ -44,7 +44,7 @@ int Main(int argc, char** argv) {
   std::vector<Option> options = {
       {"version", &version, "API version: v1 (unsigned) or v2 (signed, the default)"},
       {"app-guid", &appGUID, "GUID of the plugin"},
-      {"key-file", &keyFile, "file with the access key shared with the plugin (v2)"},
+      {"key-file", &keyFile, "file (chmod 600) with the access key shared with the plugin (v2)"},
       {"commands", &commands, "commands to be acknowledged; there is one for each third report (1)"},
       {"timeout-ms", &timeoutMs, "milliseconds after which to give up (30000)"},
       {"log-root", &logRoot, "directory for log files; without it the verdicts go to standard output"},

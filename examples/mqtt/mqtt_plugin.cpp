@@ -45,7 +45,7 @@ struct Arguments {
     std::vector<Option> options = {
         {"version", &version, "API version: v1 (unsigned) or v2 (signed, the default)"},
         {"app-guid", &appGUID, "GUID of the plugin"},
-        {"key-file", &keyFile, "file with the access key shared with the agent (v2)"},
+        {"key-file", &keyFile, "file (chmod 600) with the access key shared with the agent (v2)"},
         {"rounds", &rounds, "rounds of a state, a metric and an event; 0 (the default) until a signal comes"},
         {"interval-ms", &intervalMs, "milliseconds between two rounds (1000)"},
         {"fleet", &fleet, "run so many plugins and an agent instead, with keys of their own"},

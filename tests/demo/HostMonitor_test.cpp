@@ -27,9 +27,9 @@ constexpr char kKey[] = "the key of both";
 
 /// Runs the plugin in `directory`; its exit status.
 std::future<int> StartPlugin(const std::string& directory) {
-  std::ofstream(directory + "/key") << kKey << "\n";
+  std::ofstream(directory + "/key") << kKey;
   const std::string command =
-      "cd " + directory + " && timeout 60 " HOST_MONITOR_PLUGIN +
+      "cd " + directory + " && chmod 600 key && timeout 60 " HOST_MONITOR_PLUGIN +
       " --socket socket --ticket-file key --key-file key --outcome outcome --rounds 1 >/dev/null";
   return std::async(std::launch::async, [=] { return WEXITSTATUS(std::system(command.c_str())); });
 }

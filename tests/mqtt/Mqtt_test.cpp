@@ -26,8 +26,8 @@ struct Background {
 struct Mqtt : ::testing::Test {
   void SetUp() override {
     if (::access(MOSQUITTO, X_OK) != 0) GTEST_SKIP() << "mosquitto is not installed";
-    ASSERT_EQ(std::system(("cd " + in + "; echo word >key; mosquitto_passwd -b -c users me word").c_str()),
-              0);
+    const std::string files = "umask 077; printf word >key; mosquitto_passwd -b -c users me word";
+    ASSERT_EQ(std::system(("cd " + in + "; " + files).c_str()), 0);
   }
   void StartBroker(const std::string& settings = "") {
     broker.reset();
@@ -70,6 +70,7 @@ TEST_F(Mqtt, EndsTellWhatHappened) {
   } rows[] = {
       {"", "--fleet 20 --messages 20", "lost +0\n(.*\n)*.*failures +0 .*\n.*40 of 40\n", 0},
       {"", "--fleet 20 --messages 20 --corrupt 10", "lost +0\n(.*\n)*.*failures +40 .*\n.*20 of 20\n", 1},
+      {"", "--key-file /etc/passwd", "/etc/passwd can be read by others", 1},
       {"", "--user nobody", "refuses the connection: Not authorized", 1},
       {"message_size_limit 900\n", "--rounds 1", "refused a message: Packet too large", 1},
   };
