@@ -18,17 +18,19 @@ namespace demo {
 inline void SendLine(const cJSON* request) {
   std::cout << Compact(request) << std::endl;
   if (!std::cout) {
-    throw std::runtime_error("the reader of standard output has gone");
+    throw std::runtime_error("standard output cannot be written");  // a full disk, or nobody reads it
   }
 }
 
-/// Hands each line of standard input to `handle`. No line ends the program: what `handle` throws is told.
+/// Hands each line of standard input to `handle`. No line ends the program: what `handle` throws is told. An
+/// output that takes no more ends it.
 template <class Handle>
 void ForEachLine(Handle handle) {
-  for (std::string line; std::cout && std::getline(std::cin, line);) {
+  for (std::string line; std::getline(std::cin, line);) {
     try {
       handle(line);
     } catch (const std::exception& error) {
+      if (!std::cout) throw;
       std::cerr << "refused: " << error.what() << std::endl;
     }
   }

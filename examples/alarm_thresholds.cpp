@@ -102,11 +102,21 @@ class Watch {
     std::string module, name, value;
     words >> module >> name >> value;
     const double number = NumberFrom(value, -kMost, kMost);
-    Alarm& alarm = m_modules.at(module).alarms.at(name);  // std::out_of_range: nothing to watch
+    Alarm& alarm = Watched(module, name);
     const bool raised = alarm.raised ? number >= alarm.clear : number > alarm.threshold;
     if (raised == alarm.raised) return;
     Send(module, name, raised ? Action::trigger : Action::resolve, "value " + value);
     alarm.raised = raised;  // after it was told; else the next sample tries again
+  }
+
+  /// @throws std::invalid_argument when no update has defined the alarm
+  Alarm& Watched(const std::string& module, const std::string& name) {
+    const auto owner = m_modules.find(module);
+    if (owner != m_modules.end()) {
+      const auto alarm = owner->second.alarms.find(name);
+      if (alarm != owner->second.alarms.end()) return alarm->second;
+    }
+    throw std::invalid_argument("module \"" + module + "\" has no alarm \"" + name + "\" to watch");
   }
 
   void Send(const std::string& module, const std::string& alarm, const std::string& action,

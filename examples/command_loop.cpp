@@ -53,15 +53,15 @@ void Send(CCommandAcksPluginJson& acks, AckParams createParams, JsonTree results
   SendLine(Wrapped(acks, params).get());
 }
 
-using Ids = std::deque<std::string>;  // newest first
-const char* Objection(const CCommandPluginJson& request, const Ids& done) {
+const char* Objection(const CCommandPluginJson& request) {
   if (request.m_moduleName != "lamp") return "no such module";
-  // A recorded command verifies again, so its id must not come twice.
-  if (std::count(done.begin(), done.end(), request.m_commandId) > 0) return "already executed";
   // All or nothing: a request that holds one command that is not known is not begun.
   const auto& commands = request.m_commands;
   return std::all_of(commands.begin(), commands.end(), Find) ? nullptr : "unknown command";
 }
+
+/// What was executed and with which outcome, newest first.
+using Ids = std::deque<std::pair<std::string, AckParams>>;
 
 void Execute(CCommandPluginJson& request, Ids& done) {
   CCommandAcksPluginJson acks;
@@ -74,11 +74,20 @@ void Execute(CCommandPluginJson& request, Ids& done) {
   const auto add = [&results](const char* name, const std::string& result) {
     Append(results, Owned(CCommandAcksPluginJson::CreateCommandAcksItemJson(name, result.c_str())));
   };
-  if (const char* objection = Objection(request, done)) {
+  // A recorded command verifies again, so no id is executed twice. It is answered with its first outcome: an
+  // agent that lost that answer asks again, and must not take what was done for rejected.
+  const auto former = std::find_if(done.begin(), done.end(),
+                                   [&](const auto& entry) { return entry.first == request.m_commandId; });
+  if (former != done.end()) {
+    add("request", "executed before");
+    return Send(acks, former->second, std::move(results));
+  }
+  if (const char* objection = Objection(request)) {
     add("request", objection);
     return Send(acks, &CCommandAcksPluginJson::CreateCommandAcksRejectedParamsObj, std::move(results));
   }
-  done.push_front(request.m_commandId);
+  // Errored until the end is reached: an exception that is not expected leaves the commands half executed.
+  done.push_front({request.m_commandId, &CCommandAcksPluginJson::CreateCommandAcksErroredParamsObj});
   done.resize(std::min<std::size_t>(done.size(), 1000));  // bounded; keep the channel private all the same
   Send(acks, &CCommandAcksPluginJson::CreateCommandAcksAcceptedParamsObj, nullptr);
   AckParams outcome = &CCommandAcksPluginJson::CreateCommandAcksAckedParamsObj;
@@ -92,6 +101,7 @@ void Execute(CCommandPluginJson& request, Ids& done) {
       break;
     }
   }
+  done.front().second = outcome;  // before it is told, which may fail
   Send(acks, outcome, std::move(results));
 }
 

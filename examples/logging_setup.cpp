@@ -28,13 +28,15 @@ class InMemoryLog {
   explicit InMemoryLog(int id) : m_id(id) {
     // The ring takes lines only while a log file is open. This line opens it.
     LOG(UTL_LOG_INFO, "what a killed run left, if anything, follows");
+    // On adopts the segment of a killed run with its contents; off writes them to the file, before new lines
+    // could overwrite them. Off again, the next line goes to the file too and not to the ring, where the run
+    // after a crash would find it among the lines of this one.
+    UTL_LOGSetEnableInMemoryLogging(true, m_id);
+    UTL_LOGSetEnableInMemoryLogging(false, m_id);
+    LOG(UTL_LOG_INFO, "end of what a killed run left");
     if (UTL_LOGSetEnableInMemoryLogging(true, m_id) != 0) {
       LOG(UTL_LOG_WRN, "no shared memory: each line goes to the file, as before");
     }
-    // The segment of a killed run was adopted with its contents. They go to the file now, before new lines
-    // could overwrite them.
-    UTL_LOGFlushInMemoryLogs();
-    LOG(UTL_LOG_INFO, "end of what a killed run left");
   }
   ~InMemoryLog() { UTL_LOGSetEnableInMemoryLogging(false, m_id); }  // writes the rest, removes the segment
   InMemoryLog(const InMemoryLog&) = delete;

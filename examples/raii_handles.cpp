@@ -46,18 +46,26 @@ void Tell(const CPluginException& error) {
             << std::endl;
 }
 
-/// A table that is refused is still ours, and unchanged: it is shortened and offered again.
+/// A table that is refused is still ours, and unchanged: it is shortened and offered again. A state has one
+/// value and cannot be told in parts, so the rows at the end are lost; how many is told.
 JsonTree TableItem(CStatesPluginJson& builder, const char* name, JsonTree table) {
-  for (int rows = cJSON_GetArraySize(table.get());; --rows) {
+  const int all = cJSON_GetArraySize(table.get());
+  for (int rows = all;; --rows) {
     try {
       JsonTree item = Owned(builder.CreateStatesItemJson(name, table.get()));
       HandedOver(table);
+      if (rows < all) {
+        std::cerr << name << ": the last " << all - rows << " of " << all << " rows are left out"
+                  << std::endl;
+      }
       return item;
     } catch (const CPluginException& error) {
       if (error.getErrorNumber() != kSize || rows == 0) {
         throw;  // the handle frees the table on the way out
       }
-      Tell(error);
+      if (rows == all) {
+        Tell(error);
+      }
       cJSON_DeleteItemFromArray(table.get(), rows - 1);
     }
   }
@@ -86,7 +94,7 @@ JsonTree ParamsOf(CStatesPluginJson& builder, JsonTree states) {
 using Values = std::map<std::string, std::string>;
 
 /// A request that is too long takes its params with it. What is sent therefore stays in values of our own,
-/// from which two shorter requests are built: nothing is lost and nothing is told twice.
+/// from which two shorter requests are built: no value is lost and none is told twice.
 void SendInParts(CStatesPluginJson& builder, Values::const_iterator first, Values::const_iterator last) {
   JsonTree states = Owned(cJSON_CreateArray());
   for (auto value = first; value != last; ++value) {

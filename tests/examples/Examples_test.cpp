@@ -63,6 +63,7 @@ TEST_F(Examples, ReportsAndRegistrations) {
   Run(0, "state_report key", {"moduleName"}, {{"", "lamp | "}});
   Run(W_EXITCODE(1, 0), "state_report /etc/passwd");  // which everybody can read
   Run(0, "raii_handles key", {"states"}, {{"", "1 | 10 | 10 | 10 | 10 | "}});
+  EXPECT_NE(logtest::ReadFile("err").find("slots: the last "), std::string::npos);
   const std::string oven = "oven 5 2 1 2 2 1 ", all = oven + "timer 1 | ";
   const Keys keys = {"moduleName", "properties", "states", "events", "metrics", "commands", "alarms"};
   Run(0, "registration_from_file " DESCRIPTION " key", keys, {{"", all + all + oven + "| "}});
@@ -87,8 +88,9 @@ TEST_F(Examples, CommandLoopOutlivesWhateverComes) {
   const std::string most = Sent(kCommand, "lamp 100 blink");
   const Rows rows = {
       {most, "ACCEPTED | ACKED dim dimmed to 100 blink blinked | "},
-      {most, "REJECTED request already executed | "},
+      {most, "ACKED request executed before | "},
       {Sent(kCommand, "lamp 101 blink"), "ACCEPTED | ERRORED dim no number in range: \"101\" | "},
+      {Sent(kCommand, "lamp 101 blink"), "ERRORED request executed before | "},
       {Sent(kCommand, "lamp -1 blink"), "ACCEPTED | ERRORED dim no number in range: \"-1\" | "},
       {Sent(kCommand, "lamp 0 fly"), "REJECTED request unknown command | "},
       {Sent(kCommand, "oven 0 blink"), "REJECTED request no such module | "},
@@ -103,13 +105,14 @@ TEST_F(Examples, AlarmsAreRaisedAboveOneValueAndClearedBelowAnother) {
   const Rows rows = {
       {Sent(kUpdate, "1000 heat 80 70") + "o heat 80\n", ""},
       {"o heat 80.01\no heat 80.02\no heat nan\no heat 70\n", "o heat trigger value 80.01 | "},
-      {"o heat 69.99\n", "o heat resolve value 69.99 | "},
+      {"o heat 69.99\nx heat 1\n", "o heat resolve value 69.99 | "},
       {Sent(kUpdate, "999 heat 9 5") + Sent(kUpdate, "2000 heat 9 9.01") + "o heat 78\n", ""},
       {Sent(kUpdate, "soon heat 9 5") + Untrusted(kUpdate, "2000 heat 9 5") + "o heat 79\n", ""},
       {Sent(kUpdate, "1000 heat 60 60") + "o heat 80\n", "o heat trigger value 80 | "},
       {Sent(kUpdate, "1001 heat 9 5") + "o heat 81\n" + Sent(kUpdate, "1002 smoke 1 1"),
        "o heat resolve no longer watched | "}};
   Run(0, "alarm_thresholds key", {"moduleName", "name", "action", "message"}, rows);
+  EXPECT_NE(logtest::ReadFile("err").find("module \"x\" has no alarm \"heat\""), std::string::npos);
 }
 
 TEST_F(Examples, ARunFindsTheLinesOfTheKilledOne) {
@@ -120,6 +123,9 @@ TEST_F(Examples, ARunFindsTheLinesOfTheKilledOne) {
   EXPECT_EQ(logtest::ReadFile(files.at(0)).find(step), std::string::npos);
   const std::string next = logtest::ReadFile(files.at(1));
   EXPECT_NE(next.find(step), next.rfind(step)) << next;
+  const std::regex between(
+      R"(if anything, follows\n.*step 1 of 3\n.*step 2 of 3\n.*step 3 of 3\n.*end of what)");
+  EXPECT_TRUE(std::regex_search(next, between)) << next;
   const std::string special = logtest::ReadFile("logs/logging_setup/special_logs/exchange.log");
   EXPECT_NE(special.find("sent login: plugin\npassword: *\n"), std::string::npos) << special;
 }
