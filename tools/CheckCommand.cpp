@@ -26,15 +26,15 @@ using tool::RequestVerdict;
 
 constexpr tool::Words kWords = {
     "check", "Tell every fault of a request that a plugin sends",
-    "FILE is a whole request or its params alone: a registration, a report of states, metrics or events, an\n"
-    "alert, an acknowledgement or a local command. Each line tells a place (JSON pointer), what is wrong, "
-    "the\n"
-    "error number of the library where the rule is the library's, and line and column. Warnings are what "
-    "the\n"
-    "library accepts and nobody means.\n"
-    "Example:\n"
-    "  echo '{\"appName\":\"1st\",\"type\":\"ib\",\"appGUID\":\"a1\",\"epoch\":\"0\"}' | pluginsdk check\n"
-    "Exit status: 0 no faults, 1 faults, 2 wrong arguments, unreadable or not JSON."};
+    R"(FILE is a whole request or its params alone: a registration, a report of states, metrics or events, an
+alert, an acknowledgement or a local command. Each line tells a place (JSON pointer), what is wrong, the
+error number of the library where the rule is the library's, and line and column. Warnings are what the
+library accepts, though it is unusual or not what it seems; they leave the exit status at 0.
+
+Exit status: 0 no faults, 1 faults, 2 wrong arguments, unreadable or not JSON.
+
+Example:
+  echo '{"appName":"1st","type":"ib","appGUID":"a1","epoch":"0"}' | pluginsdk check)"};
 
 // A value in a text may be as long as its sender liked.
 constexpr std::size_t kShortEnough = 160;

@@ -16,16 +16,15 @@ using pluginsdk::internal::JsonPtr;
 
 constexpr tool::Words kWords = {
     "describe", "Show the model that a registration declares as a tree",
-    "FILE is a whole registration request or its params alone. Each module, group, item and parameter has "
-    "one\n"
-    "line, no wider than the terminal, or than COLUMNS says when a terminal does not tell its width; "
-    "elsewhere\n"
-    "it is as long as it takes. Faults are not told: see pluginsdk check.\n"
-    "Example:\n"
-    "  echo '{\"appName\":\"Watcher\",\"modules\":[{\"moduleName\":\"camera\"}]}' | pluginsdk describe\n"
-    "Exit status: 0 described, 1 not a registration (--json answers with \"registration\" false and a "
-    "\"reason\"),\n"
-    "2 wrong arguments, unreadable or not JSON."};
+    R"(FILE is a whole registration request or its params alone. Each module, group, item and parameter has one
+line, no wider than the terminal, or than COLUMNS says when the terminal does not tell; where output is no
+terminal, it may have any length. Faults are not told: see pluginsdk check.
+
+Exit status: 0 described, 1 not a registration (--json answers with "registration" false and a "reason"),
+2 wrong arguments, unreadable or not JSON.
+
+Example:
+  echo '{"appName":"Watcher","modules":[{"moduleName":"camera"}]}' | pluginsdk describe)"};
 
 struct Options : tool::CommonOptions {
   std::string color = "auto";
