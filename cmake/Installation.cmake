@@ -56,3 +56,10 @@ install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development
 # Without the lists of this build: a small example is compiled by the line that README.md shows for a plugin.
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development
   PATTERN CMakeLists.txt EXCLUDE)
+
+if(TARGET pluginsdk)
+  install(TARGETS pluginsdk RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+  install(FILES tools/man/pluginsdk.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+  install(FILES tools/completion/pluginsdk
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
+endif()
