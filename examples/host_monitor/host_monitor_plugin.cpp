@@ -1,6 +1,7 @@
 // A plugin that watches the machine it runs on. It registers, reports what it measures, executes the agent's
 // commands, raises an alert when too much memory is used, and logs what it does. local_agent is the other
-// end; scripts/demo.sh runs both.
+// end; scripts/demo.sh runs both. README.md shows how to build it by
+// hand.
 #include <unistd.h>
 
 #include <algorithm>

@@ -1,6 +1,7 @@
 // A small agent: the other end of host_monitor_plugin. It takes one plugin's connection, verifies every
 // message, holds it against what the plugin declared, and goes through a script of commands and alarm
-// updates; one of them is tampered with, for the plugin to refuse.
+// updates; one of them is tampered with, for the plugin to refuse. README.md shows how to build
+// it by hand.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
