@@ -22,14 +22,16 @@ class Scanner {
   std::optional<JsonFault> Scan() {
     if (m_text.substr(0, kByteOrderMark.size()) == kByteOrderMark) m_at = kByteOrderMark.size();
     while (Value()) {
-      while (TakeClosing()) {
-      }
+      m_end = m_at;
+      while (TakeClosing()) m_end = m_at;
       if (m_open.empty()) break;
       if (!Take(',') || !KeyOfMember()) return m_fault;
     }
     if (!m_fault && m_whole && m_at < m_text.size()) Unexpected();
     return m_fault;
   }
+
+  std::size_t End() const { return m_end; }
 
  private:
   char Front() const { return m_at < m_text.size() ? m_text[m_at] : '\0'; }
@@ -140,7 +142,8 @@ class Scanner {
   std::string_view m_text;
   bool m_whole;
   std::size_t m_at = 0;
-  std::string m_open;  // the brackets that are
+  std::size_t m_end = 0;  // of the last value
+  std::string m_open;     // the brackets that are
   std::optional<JsonFault> m_fault;
 };
 
@@ -148,6 +151,12 @@ class Scanner {
 
 std::optional<JsonFault> FindJsonFault(std::string_view text, bool whole) {
   return Scanner(text, whole).Scan();
+}
+
+std::size_t EndOfDocument(std::string_view text) {
+  Scanner scanner(text, false);
+  scanner.Scan();
+  return scanner.End();
 }
 
 std::string UnexpectedAt(std::string_view text, std::size_t offset) {

@@ -18,6 +18,9 @@ struct JsonFault {
 /// @param whole whether only blanks may follow the document
 std::optional<JsonFault> FindJsonFault(std::string_view text, bool whole);
 
+/// Where the document that begins a text ends; blanks behind it are not part of it.
+std::size_t EndOfDocument(std::string_view text);
+
 /// What stands at the offset, where something else should: "not JSON: unexpected 'x'".
 std::string UnexpectedAt(std::string_view text, std::size_t offset);
 

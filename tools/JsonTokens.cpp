@@ -81,6 +81,55 @@ void AppendEscape(std::string& out, std::uint32_t half, std::string_view digits)
   for (int shift = 12; shift >= 0; shift -= 4) out += digits[half >> shift & 15U];
 }
 
+// Each token is looked at by the object it stands in only, so that deep documents are no slower.
+class Sorter {
+ public:
+  explicit Sorter(std::string_view text) : m_tokens(Tokens(text)), m_closing(m_tokens.size()) {
+    std::vector<std::size_t> open;
+    for (std::size_t i = 0; i < m_tokens.size(); ++i) {
+      const char c = m_tokens[i].front();
+      if (c == '{' || c == '[') open.push_back(i);
+      if ((c != '}' && c != ']') || open.empty()) continue;
+      m_closing[open.back()] = i;
+      open.pop_back();
+    }
+  }
+
+  std::string Sorted() {
+    if (!m_tokens.empty()) Append(0);
+    return std::move(m_out);
+  }
+
+ private:
+  // The index behind the value that begins at `at`.
+  std::size_t Behind(std::size_t at) const { return std::max(at, m_closing[at]) + 1; }
+
+  // As deep as the document, which is not deeper than cJSON allows.
+  void Append(std::size_t at) {
+    const char c = m_tokens[at].front();
+    m_out += m_tokens[at];
+    if (c != '{' && c != '[') return;
+    const std::size_t step = c == '{' ? 2 : 0;  // from a name to its value
+    std::vector<std::size_t> members;
+    for (std::size_t i = at + 1; i + step < m_closing[at]; i = Behind(i + step) + 1) members.push_back(i);
+    if (c == '{') {
+      std::stable_sort(members.begin(), members.end(), [this](std::size_t one, std::size_t other) {
+        return m_tokens[one] < m_tokens[other];
+      });
+    }
+    for (const std::size_t member : members) {
+      if (member != members.front()) m_out += ',';
+      if (c == '{') m_out.append(m_tokens[member]).append(":");
+      Append(member + step);
+    }
+    m_out += c == '{' ? '}' : ']';
+  }
+
+  std::vector<std::string_view> m_tokens;
+  std::vector<std::size_t> m_closing;  // of each opening bracket, the index of its closing one
+  std::string m_out;
+};
+
 }  // namespace
 
 Character ReadEscape(std::string_view text) {
@@ -130,6 +179,10 @@ std::string Respaced(std::string_view text, const Spacing& spacing) {
   return out;
 }
 
+std::string WithSortedKeys(std::string_view text) {
+  return Sorter(text).Sorted();
+}
+
 std::string WithEscapedSlashes(std::string_view text) {
   return WithStrings(text, [](std::string& out, std::string_view rest) {
     if (rest.front() == '/') out += '\\';
@@ -156,6 +209,16 @@ std::string WithEscapedUnicode(std::string_view text, std::string_view digits) {
       AppendEscape(out, 0xd800 + (beyond >> 10), digits);
       AppendEscape(out, 0xdc00 + (beyond & 0x3ffU), digits);
     }
+    return character.size;
+  });
+}
+
+std::string WithEscapedHtml(std::string_view text) {
+  return WithStrings(text, [](std::string& out, std::string_view rest) {
+    const Character character = Decode(rest);
+    const std::uint32_t code = character.code;
+    if (code != '<' && code != '>' && code != '&' && code != 0x2028 && code != 0x2029) return Keep(out, rest);
+    AppendEscape(out, code, "0123456789abcdef");
     return character.size;
   });
 }

@@ -24,12 +24,17 @@ struct Spacing {
 /// Empty objects and arrays stay "{}" and "[]".
 std::string Respaced(std::string_view text, const Spacing& spacing);
 
+/// The members of every object in the order of their names, without blanks. The text must be JSON.
+std::string WithSortedKeys(std::string_view text);
+
 /// '/' as "\/", and the reverse.
 std::string WithEscapedSlashes(std::string_view text);
 std::string WithPlainSlashes(std::string_view text);
 
 /// What is beyond ASCII as \uXXXX with digits of `digits` ("0123456789abcdef" or its capitals).
 std::string WithEscapedUnicode(std::string_view text, std::string_view digits);
+/// '<', '>', '&' and the two line ends beyond ASCII as \uXXXX, for texts that are put into HTML.
+std::string WithEscapedHtml(std::string_view text);
 /// \uXXXX as the character it stands for, but for those that JSON must escape.
 std::string WithPlainUnicode(std::string_view text);
 

@@ -58,9 +58,9 @@ class KeyReader {
 
 }  // namespace
 
-AccessKey::AccessKey(std::string_view bytes, std::string_view more) {
-  m_bytes.reserve(bytes.size() + more.size());  // growing would leave a copy behind
-  m_bytes.append(bytes).append(more);
+AccessKey::AccessKey(std::string_view front, std::string_view middle, std::string_view end) {
+  m_bytes.reserve(front.size() + middle.size() + end.size());  // growing would leave a copy behind
+  m_bytes.append(front).append(middle).append(end);
 }
 
 AccessKey::~AccessKey() {

@@ -8,10 +8,10 @@
 
 namespace tool {
 
-/// An access key, wiped when it goes.
+/// An access key, put together of its parts, wiped when it goes.
 class AccessKey {
  public:
-  explicit AccessKey(std::string_view bytes, std::string_view more = "");
+  explicit AccessKey(std::string_view front, std::string_view middle = "", std::string_view end = "");
   ~AccessKey();
   AccessKey(const AccessKey&) = delete;
   AccessKey& operator=(const AccessKey&) = delete;

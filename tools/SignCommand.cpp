@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -21,7 +20,9 @@
 #include "KeyFile.h"
 #include "Numbers.h"
 #include "RequestBuild_internal.h"
+#include "RequestKind.h"
 #include "Subcommand.h"
+#include "Utf8.h"
 
 namespace {
 
@@ -38,6 +39,7 @@ constexpr tool::Words kWords = {
     "sign", "Print the request to send for a params document, signed",
     R"(FILE holds a params document, or a whole request, whose method is made anew. What is printed are the
 bytes to send: to a file or a pipe no newline follows them. Params stay as they are, "epoch" included.
+With --json a refusal, too, is a document; bytes that are not UTF-8 are refused then.
 
 Exit status: 0 printed, 1 refused because its indented printing exceeds 2048 bytes (state, metric and
 event requests), 2 wrong arguments, no JSON, or no method given or found by the members.
@@ -45,74 +47,46 @@ event requests), 2 wrong arguments, no JSON, or no method given or found by the 
 Example:
   echo '{"states":[{"name":"power","value":"on"}]}' | pluginsdk sign --key-file key)"};
 
-struct Kind {
-  const std::string& api;
-  const char* member = nullptr;  // of the params, which no other kind has; null when there is none
-  bool limited = false;          // to 2048 bytes
-};
-constexpr bool kLimited = true;
-
-// What a plugin sends, and what the agent sends to it, for trying out a plugin.
-const std::array<Kind, 10> kKinds = {{
-    {AgentPluginApi::notifyPluginState, "states", kLimited},
-    {AgentPluginApi::notifyPluginMetric, "metrics", kLimited},
-    {AgentPluginApi::notifyPluginEvent, "events", kLimited},
-    {AgentPluginApi::notifyPluginAlert, "alarms"},
-    {AgentPluginApi::notifyPluginCommandAck, "commandState"},
-    {AgentPluginApi::notifyPluginLocalCommand, "clientAppGUID"},
-    {AgentPluginApi::notifyPluginUpdate, "appName"},
-    {AgentPluginApi::notifyPluginCommand},
-    {AgentPluginApi::notifyPluginAlarmUpdate},
-    {AgentPluginApi::notifyAgentEvent},
-}};
-
-// Without the version in front and the signature behind.
-std::string_view BareName(std::string_view method) {
-  method = method.substr(0, method.find('?'));
-  const std::size_t slash = method.rfind('/');
-  return slash == std::string_view::npos ? method : method.substr(slash + 1);
+// Of a whole method, or of a bare name.
+const tool::RequestKind& KindNamed(std::string_view method) {
+  const std::string_view name = tool::PartsOf(method).name;
+  const tool::RequestKind* const kind = tool::KindOfMethod(name);
+  if (kind != nullptr) return *kind;
+  throw tool::Unusable("unknown method \"" + std::string(name) + "\"; the known ones are" +
+                       tool::KnownMethods(" "));
 }
 
-const Kind& KindNamed(std::string_view method) {
-  const std::string_view name = BareName(method);
-  std::string known;
-  for (const Kind& kind : kKinds) {
-    if (kind.api == name) return kind;
-    known += "\n  " + kind.api;
-  }
-  throw tool::Unusable("unknown method \"" + std::string(name) + "\"; the known ones are" + known);
-}
-
-const Kind& KindOfParams(const cJSON* params, const std::string& name) {
-  for (const Kind& kind : kKinds) {
-    if (kind.member != nullptr && cJSON_HasObjectItem(params, kind.member) != 0) return kind;
-  }
+const tool::RequestKind& KindOf(std::string_view method, const cJSON* params, const std::string& name) {
+  if (!method.empty()) return KindNamed(method);
+  const tool::RequestKind* const kind = tool::KindOfParams(params);
+  if (kind != nullptr) return *kind;
   throw tool::Unusable(name + ": no member tells the method of these params: give it with --method");
 }
 
 struct Request {
   JsonPtr params;
-  const Kind& kind;
+  const tool::RequestKind& kind;
 };
 
-// Takes the params out of the document, and tells of what else stands there.
+// Takes the params out of the document, and tells of what is left out.
 Request Dissect(const tool::Input& input, JsonPtr document, const std::string& given) {
   if (cJSON_IsObject(document.get()) == 0) throw tool::Unusable(input.name + ": not a JSON object");
-  const std::string_view method = StringMember(document.get(), "method");
-  const bool whole = cJSON_HasObjectItem(document.get(), "method") != 0 ||
-                     cJSON_HasObjectItem(document.get(), "jsonrpc") != 0;
-  if (!whole) {
-    const Kind& kind = given.empty() ? KindOfParams(document.get(), input.name) : KindNamed(given);
+  if (!tool::IsWholeRequest(document.get())) {
+    const tool::RequestKind& kind = KindOf(given, document.get(), input.name);
     return {std::move(document), kind};
   }
   JsonPtr params(cJSON_DetachItemFromObject(document.get(), "params"));
   if (params == nullptr) throw tool::Unusable(input.name + ": a request without \"params\"");
-  const std::string_view named = given.empty() ? method : given;
-  const Kind& kind = named.empty() ? KindOfParams(params.get(), input.name) : KindNamed(named);
+  if (cJSON_IsObject(params.get()) == 0) throw tool::Unusable(input.name + ": \"params\" is not an object");
+  const std::string_view method = StringMember(document.get(), "method");
+  const tool::RequestKind& kind =
+      KindOf(given.empty() ? method : std::string_view(given), params.get(), input.name);
   for (const cJSON* member : Children(document.get())) {
-    const std::string_view key = member->string;
-    if (key == "jsonrpc" || key == "method") continue;
-    std::cerr << "note: \"" << key << "\" is left out: a request is \"jsonrpc\", \"params\" and \"method\"\n";
+    const bool isUsed = member == cJSON_GetObjectItem(document.get(), "jsonrpc") ||
+                        member == cJSON_GetObjectItem(document.get(), "method");
+    if (isUsed) continue;
+    tool::Note('"' + std::string(member->string) +
+               "\" is left out: a request is \"jsonrpc\", \"params\" and \"method\"");
   }
   return {std::move(params), kind};
 }
@@ -138,9 +112,8 @@ class Builder : public CBasePluginObject {
   Builder& operator=(const Builder&) = delete;
 };
 
-JsonText Build(const Options& options, Request request) {
-  Builder builder(options);
-  const RequestRules rules = {request.kind.api, request.kind.limited};
+JsonPtr BuildOnce(Builder& builder, const Options& options, Request& request) {
+  const RequestRules rules = {request.kind.method, request.kind.isLimited};
   JsonPtr built;
   try {
     built.reset(BuildRequest(builder, rules, request.params.get(), !options.indented));
@@ -149,16 +122,60 @@ JsonText Build(const Options& options, Request request) {
     throw;
   }
   request.params.release();
+  return built;
+}
+
+// Receivers accept a request whose signature holds the letters "v1" without a look at it. One in a hundred
+// does; that many in a row never come.
+constexpr int kMostDraws = 100;
+
+JsonText Build(const Options& options, Request request) {
+  Builder builder(options);
+  JsonPtr built = BuildOnce(builder, options, request);
+  for (int draws = 1; options.version == ApiVersion::v2 && draws < kMostDraws; ++draws) {
+    if (StringMember(built.get(), "method").find(ApiVersion::v1) == std::string_view::npos) break;
+    request.params.reset(cJSON_DetachItemFromObject(built.get(), "params"));
+    built = BuildOnce(builder, options, request);
+  }
   JsonText text = Print(built.get(), options.indented);
   if (text == nullptr) throw std::bad_alloc();
   return text;
 }
 
-void PrintRequest(const Options& options, const Kind& kind, const char* text) {
+// An answer in JSON cannot hold a request that is not UTF-8, whose every byte counts.
+void RefuseInvalidUtf8(const tool::Input& input) {
+  std::string_view rest = input.text;
+  while (!rest.empty()) {
+    const std::size_t size = tool::Decode(rest).size;
+    if (size == 0) {
+      const tool::Position at = tool::PositionAt(input.text, input.text.size() - rest.size());
+      throw tool::Unusable(input.name + ":" + std::to_string(at.line) + ":" + std::to_string(at.column) +
+                           ": not UTF-8, which --json cannot answer: sign it without");
+    }
+    rest.remove_prefix(size);
+  }
+}
+
+ExitCode TellRefusal(const Options& options, const CPluginException& refused) {
+  if (!options.json) {
+    std::cerr << "pluginsdk sign: " << refused.what() << "\n";
+    return kVerdictNo;
+  }
+  const JsonPtr answer = NewObject();
+  Attach(answer.get(), "request", JsonPtr(cJSON_CreateNull()));
+  JsonPtr refusal = NewObject();
+  AddString(refusal.get(), "text", refused.what());
+  AddNumber(refusal.get(), "number", refused.getErrorNumber());
+  Attach(answer.get(), "refusal", std::move(refusal));
+  tool::PrintAnswer(answer.get());
+  return kVerdictNo;
+}
+
+void PrintRequest(const Options& options, const tool::RequestKind& kind, const char* text) {
   if (options.json) {
     const JsonPtr answer = NewObject();
     AddString(answer.get(), "request", text);
-    AddString(answer.get(), "method", kind.api);
+    AddString(answer.get(), "method", kind.method);
     AddString(answer.get(), "apiVersion", options.version);
     AddBool(answer.get(), "signed", options.version == ApiVersion::v2);
     return tool::PrintAnswer(answer.get());
@@ -173,21 +190,21 @@ void TellChangedNumbers(const tool::Input& input) {
   changed.resize(std::min(changed.size(), kTold));
   for (const tool::ChangedNumber& number : changed) {
     const tool::Position at = tool::PositionAt(input.text, number.offset);
-    std::cerr << "note: " << input.name << ":" << at.line << ":" << at.column << ": " << number.literal
-              << " becomes " << number.printed << ": numbers are doubles\n";
+    tool::Note(input.name + ":" + std::to_string(at.line) + ":" + std::to_string(at.column) + ": " +
+               number.literal + " becomes " + number.printed + " when it is printed");
   }
 }
 
 ExitCode Run(const Options& options) {
   const tool::Input input = tool::ReadInput(options.file);
   Request request = Dissect(input, tool::ParseInput(input), options.method);
-  const Kind& kind = request.kind;
+  const tool::RequestKind& kind = request.kind;
+  if (options.json) RefuseInvalidUtf8(input);
   TellChangedNumbers(input);
   try {
     PrintRequest(options, kind, Build(options, std::move(request)).get());
   } catch (const CPluginException& refused) {
-    std::cerr << "pluginsdk sign: " << refused.what() << "\n";
-    return kVerdictNo;
+    return TellRefusal(options, refused);
   }
   return kDone;
 }

@@ -32,7 +32,7 @@ struct Search {
 /// Whether the signature is the one of this digest and this key.
 using Fits = std::function<bool(const std::string& digest, const AccessKey& key)>;
 
-/// Tries each usual cause, then each pair of them, until the signature fits.
+/// Tries each usual cause, then each two of them that do not exclude each other, until the signature fits.
 Search FindCause(const Suspect& suspect, const AccessKey& key, const Fits& fits);
 
 }  // namespace tool

@@ -1,9 +1,11 @@
 #include "VerifyCommand.h"
 
+#include <argon2.h>
+#include <strings.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <cstdio>
 #include <iostream>
 #include <memory>
 #include <new>
@@ -14,8 +16,10 @@
 #include <vector>
 
 #include "BasePluginObject.h"
+#include "EncodedHash.h"
 #include "Input.h"
 #include "JsonBuild_internal.h"
+#include "JsonFault.h"
 #include "JsonTokens.h"
 #include "KeyFile.h"
 #include "Subcommand.h"
@@ -45,10 +49,6 @@ struct Options : tool::CommonOptions {
 };
 
 constexpr std::string_view kMarker = "?authorization=";
-constexpr std::size_t kOwnLength = 74;  // of a signature with the system's own parameters
-constexpr std::string_view kSignatureBytes =
-    "$ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-
 // What is computed without --any-cost: 64 MiB sixteen times, about a second; each lane is a thread.
 constexpr std::uint64_t kBearableWork = 1U << 20U;  // KiB times passes
 constexpr unsigned kBearableLanes = 64;
@@ -56,6 +56,8 @@ constexpr unsigned kBearableLanes = 64;
 bool Contains(std::string_view text, std::string_view word) {
   return text.find(word) != std::string_view::npos;
 }
+
+constexpr std::size_t kOwnSize = 16;  // of salt and hash, in bytes
 
 std::string Quoted(std::string_view text) {
   return '"' + std::string(text) + '"';
@@ -66,60 +68,68 @@ std::string Quoted(std::string_view text) {
 struct Message {
   std::string text;  // as it is verified
   JsonPtr tree;
-  std::string method;     // whole
-  std::string bare;       // up to its first "?"
-  std::string signature;  // behind the last marker
+  std::string method;      // whole
+  std::string bare;        // up to its first "?"
+  std::string signature;   // behind the last marker
+  tool::EncodedHash hash;  // the same, taken apart
+  std::size_t behind = 0;  // bytes that follow the document, unless they are blanks
 };
 
 Message TakeApart(const Options& options) {
   const tool::Input input = tool::ReadInput(options.file);
-  Message message{input.text, tool::ParseMessage(input), "", "", ""};
+  Message message{input.text, tool::ParseMessage(input), "", "", "", {}, 0};
   if (options.indented || options.compact) {
     const JsonText printed = Print(message.tree.get(), options.indented);
     if (printed == nullptr) throw std::bad_alloc();
     message.text = printed.get();
   }
+  const std::string_view rest = std::string_view(message.text).substr(tool::EndOfDocument(message.text));
+  if (rest.find_first_not_of(" \t\r\n") != std::string_view::npos) message.behind = rest.size();
   message.method = StringMember(message.tree.get(), "method");
   message.bare = message.method.substr(0, message.method.find('?'));
   const std::size_t marker = message.method.rfind(kMarker);
   if (marker != std::string::npos) message.signature = message.method.substr(marker + kMarker.size());
+  message.hash = tool::ReadEncodedHash(message.signature);
   return message;
 }
 
-// The digested text: `written`, the method as it stands in the text, is cut short at its first "?".
-std::string Unsigned(std::string text, std::string_view written) {
-  const std::size_t at = text.find(written);
+// The digested text: the method, which stands in the text at `at` as `written`, is cut short at its first
+// "?".
+std::string Unsigned(std::string text, std::size_t at, std::string_view written) {
   const std::size_t cut = std::min(written.find('?'), written.size());
   return text.erase(at + cut, written.size() - cut);
 }
 
-// The method as a writer that escapes characters of it wrote it; empty when it is not there at all.
+// The method where it first stands in the text, be it with escaped characters.
 std::string_view MethodAsWritten(const Message& message) {
+  const std::size_t at = message.text.find(message.method);
+  if (at != std::string::npos) return std::string_view(message.text).substr(at, message.method.size());
   for (const std::string_view token : tool::Tokens(message.text)) {
     if (token.front() != '"' || token.size() < message.method.size()) continue;
     const JsonPtr value(cJSON_Parse(std::string(token).c_str()));
     const char* const text = cJSON_GetStringValue(value.get());
     if (text != nullptr && text == message.method) return token.substr(1, token.size() - 2);
   }
-  return "";
+  return std::string_view(message.text).substr(0, 0);
 }
 
-struct Parameters {
-  unsigned memoryKiB = 0, passes = 0, lanes = 0;
-};
-
-std::optional<Parameters> ReadParameters(const std::string& signature) {
-  Parameters p;
-  char end = '\0';
-  // Nine digits fit; no signature that can be computed needs more.
-  const int read = std::sscanf(signature.c_str(), "$argon2id$v=19$m=%9u,t=%9u,p=%9u%c", &p.memoryKiB,
-                               &p.passes, &p.lanes, &end);
-  return read == 4 && end == '$' ? std::optional(p) : std::nullopt;
-}
-
-bool AreOwn(const Parameters& p) {
+bool HasOwnParameters(const tool::EncodedHash& hash) {
   constexpr VerificationLimits kOwn;  // the defaults are exactly what the system's own signatures cost
-  return p.memoryKiB == kOwn.maxMemoryKiB && p.passes == kOwn.maxPasses && p.lanes == kOwn.maxLanes;
+  return hash.version == 19 && hash.memoryKiB == kOwn.maxMemoryKiB && hash.passes == kOwn.maxPasses &&
+         hash.lanes == kOwn.maxLanes;
+}
+
+bool HasOwnSizes(const tool::EncodedHash& hash) {
+  return hash.saltSize == kOwnSize && hash.hashSize == kOwnSize;
+}
+
+// Letters that a signature holds by chance belong to it.
+std::string_view WithoutSignature(const Message& message) {
+  return std::string_view(message.method).substr(0, message.method.size() - message.signature.size());
+}
+
+bool SaysV1ByChance(const Message& message) {
+  return Contains(message.signature, "v1") && !Contains(WithoutSignature(message), "v1");
 }
 
 // ---- The checks, each with the reason why it fails, or an empty text
@@ -141,8 +151,10 @@ std::string MethodFails(const Message& message, const Options&) {
 }
 
 std::string VersionFails(const Message& message, const Options&) {
-  if (Contains(message.bare, "v1")) {
-    return Quoted(message.bare) + " contains \"v1\": nothing is signed, receivers accept it unverified";
+  const std::string_view named = WithoutSignature(message);
+  if (Contains(named, "v1")) {
+    return Quoted(Contains(message.bare, "v1") ? message.bare : named) +
+           " contains \"v1\": nothing is signed, receivers accept it unverified";
   }
   return Contains(message.method, "v2") ? "" : Quoted(message.bare) + " is neither v1 nor v2: refused";
 }
@@ -151,43 +163,38 @@ std::string MarkerFails(const Message& message, const Options&) {
   return Contains(message.method, kMarker) ? "" : "the method has no " + Quoted(kMarker);
 }
 
-std::string FormFails(const Message& message, const Options& options) {
-  const std::string& signature = message.signature;
-  const auto parameters = ReadParameters(signature);
-  if (!parameters) {
-    const bool tried = options.anyCost && signature.rfind("$argon2id$", 0) == 0;
-    return tried ? "" : "it does not begin like $argon2id$v=19$m=64,t=16,p=8$";
-  }
-  if (AreOwn(*parameters) && signature.size() != kOwnLength) {
-    return "it has " + std::to_string(signature.size()) + " characters, where " + std::to_string(kOwnLength) +
-           " belong: cut, or something follows it";
-  }
-  const std::size_t base64 = signature.find('$', signature.find("p="));
-  return signature.find_first_not_of(kSignatureBytes, base64) == std::string::npos
-             ? ""
-             : "it holds a character that no signature has";
+std::string FormFails(const Message& message, const Options&) {
+  return message.hash.flaw;
+}
+
+std::string AskedFor(const tool::EncodedHash& hash) {
+  return "m=" + std::to_string(hash.memoryKiB) + ",t=" + std::to_string(hash.passes) +
+         ",p=" + std::to_string(hash.lanes);
 }
 
 std::string CostFails(const Message& message, const Options& options) {
-  const Parameters p = ReadParameters(message.signature).value_or(Parameters());
-  const bool bearable = std::uint64_t{p.memoryKiB} * p.passes <= kBearableWork && p.lanes <= kBearableLanes;
-  return bearable || options.anyCost ? "" : "it asks for more than is computed without --any-cost";
+  const tool::EncodedHash& hash = message.hash;
+  const std::uint64_t work = std::uint64_t{hash.memoryKiB} * hash.passes;
+  if (options.anyCost || (work <= kBearableWork && hash.lanes <= kBearableLanes)) return "";
+  return "it asks for " + AskedFor(hash) + ", more than is computed without --any-cost";
 }
 
 std::string VerbatimFails(const Message& message, const Options&) {
   if (Contains(message.text, message.method)) return "";
-  return "the method does not stand in the text as it reads, since characters of it are escaped: receivers "
-         "throw std::out_of_range";
+  const std::string throwing =
+      SaysV1ByChance(message) ? "receivers with VerificationLimits throw" : "receivers throw";
+  return "the method does not stand in the text as it reads, since characters of it are escaped: " +
+         throwing + " std::out_of_range";
 }
 
 constexpr std::array<Check, 7> kChecks = {{
     {"params", ParamsFail},
     {"method", MethodFails},
     {"version", VersionFails},
+    {kVerbatim, VerbatimFails},
     {"marker", MarkerFails},
     {"form", FormFails},
     {"cost", CostFails},
-    {kVerbatim, VerbatimFails},
 }};
 
 // ---- The verdict
@@ -199,50 +206,109 @@ struct Verdict {
   std::vector<std::string> notes;
 };
 
-void AddNotes(const Message& message, Verdict& verdict) {
-  const bool byChance = Contains(message.method, "v1") && !Contains(message.bare, "v1");
-  if (byChance) {
-    verdict.notes.emplace_back(
-        "the signature contains \"v1\" by chance: receivers take the message for unsigned and accept it "
-        "without a look, unless they refuse unsigned ones (VerificationLimits)");
-  }
-  const auto parameters = ReadParameters(message.signature);
-  if (parameters && !AreOwn(*parameters)) {
-    verdict.notes.push_back("the signature asks for m=" + std::to_string(parameters->memoryKiB) + ",t=" +
-                            std::to_string(parameters->passes) + ",p=" + std::to_string(parameters->lanes) +
-                            ": receivers with VerificationLimits may refuse it");
-  }
+std::string NoteOfLimits(const Message& message) {
+  constexpr VerificationLimits kLimits;
+  const tool::EncodedHash& hash = message.hash;
+  std::string beyond;
+  const auto refuseFor = [&beyond](bool isBeyond, const char* why) {
+    if (isBeyond) beyond += std::string(beyond.empty() ? "" : ", ") + why;
+  };
+  refuseFor(hash.version != 19 || !Contains(message.signature, "$v="), "version");
+  refuseFor(hash.memoryKiB > kLimits.maxMemoryKiB, "memory");
+  refuseFor(hash.passes > kLimits.maxPasses, "passes");
+  refuseFor(hash.lanes > kLimits.maxLanes, "lanes");
+  refuseFor(message.signature.size() > kLimits.maxSignatureLength, "length");
+  return "the signature has version " + std::to_string(hash.version) + ", " + AskedFor(hash) +
+         ", a salt of " + std::to_string(hash.saltSize) + " and a hash of " + std::to_string(hash.hashSize) +
+         " bytes, other than the system's own: receivers " +
+         (beyond.empty() ? "accept that" : "with VerificationLimits refuse it for its " + beyond);
 }
 
-// Looks for the cause; the text is the one to digest.
+void AddNotes(const Message& message, Verdict& verdict) {
+  const auto note = [&verdict](bool holds, const std::string& text) {
+    if (holds) verdict.notes.push_back(text);
+  };
+  note(SaysV1ByChance(message),
+       "the signature contains \"v1\" by chance: receivers take the message for unsigned and accept it "
+       "without a look, unless they refuse unsigned ones (VerificationLimits)");
+  const bool isOwn = HasOwnParameters(message.hash) && HasOwnSizes(message.hash);
+  note(message.hash.flaw.empty() && !isOwn, NoteOfLimits(message));
+  std::size_t methods = 0;
+  for (const cJSON* member : Children(message.tree.get())) {
+    if (member->string != nullptr && ::strcasecmp(member->string, "method") == 0) ++methods;
+  }
+  note(methods > 1, std::to_string(methods) + " members are named \"method\": receivers take the first");
+  note(message.text.find(message.method) != message.text.rfind(message.method),
+       "the whole method stands more than once in the text: receivers cut the first one short");
+  note(message.behind > 0, std::to_string(message.behind) +
+                               " bytes follow the JSON document: receivers do not read, but digest them");
+}
+
+// ---- The signature itself
+
+enum class Outcome { kRight, kWrong, kCannot };
+
+// The library does not tell a hash that is wrong from one for which memory or threads are lacking.
+Outcome Compute(const std::string& digest, const tool::AccessKey& key, const Message& message) {
+  if (CPluginUtil::VerifySignature(digest, key.Bytes(), message.signature)) return Outcome::kRight;
+  if (HasOwnParameters(message.hash)) return Outcome::kWrong;
+  const tool::AccessKey password(digest + "|", key.Bytes());
+  const int result =
+      argon2id_verify(message.signature.c_str(), password.Bytes().data(), password.Bytes().size());
+  return result == ARGON2_VERIFY_MISMATCH ? Outcome::kWrong : Outcome::kCannot;
+}
+
+// Why it does not fit; the text is the one to digest.
 void Explain(Message& message, const std::string& text, const tool::AccessKey& key, const tool::Fits& fits,
              Verdict& verdict) {
   cJSON_SetValuestring(cJSON_GetObjectItem(message.tree.get(), "method"), message.bare.c_str());
   const tool::Search search = tool::FindCause({text, message.tree.get(), message.bare}, key, fits);
   verdict.cause = search.cause;
-  if (!search.complete)
-    verdict.notes.emplace_back("the search for the cause was given up: it takes too long");
-  if (!search.cause && search.complete) {
-    verdict.notes.emplace_back(
-        "the text was changed after signing, or the key is another one: nothing tells these apart");
+  if (search.cause) return;
+  if (HasOwnParameters(message.hash) && !HasOwnSizes(message.hash)) {
+    verdict.cause = {"the signature has " + std::to_string(message.signature.size()) +
+                         " characters, where 74 belong: it was cut, or something follows it",
+                     "send the method whole"};
   }
+  verdict.notes.emplace_back(
+      search.complete
+          ? "none of the usual causes fits: the text was changed in another way after signing, or the key is "
+            "another one; nothing tells these apart"
+          : "the search for the cause was given up: it takes too long");
 }
 
 void VerifyDigest(Message& message, const tool::AccessKey& key, Verdict& verdict) {
   const bool escaped = !verdict.failedCheck.empty();
-  const std::string text = Unsigned(message.text, escaped ? MethodAsWritten(message) : message.method);
-  const tool::Fits fits = [&message](const std::string& digest, const tool::AccessKey& tried) {
-    return CPluginUtil::VerifySignature(digest, tried.Bytes(), message.signature);
-  };
+  const std::string_view written = MethodAsWritten(message);
+  const auto at = static_cast<std::size_t>(written.data() - message.text.data());
+  const std::string text = Unsigned(message.text, at, written);
   std::string digest;
-  const bool right = CPluginUtil::GetSignDigest(text, &digest) && fits(digest, key);
-  if (right && escaped) {
-    verdict.cause = {"the signer escapes characters of the method", "sign and send it as it reads"};
+  const Outcome outcome =
+      CPluginUtil::GetSignDigest(text, &digest) ? Compute(digest, key, message) : Outcome::kWrong;
+  if (outcome == Outcome::kRight) {
+    if (escaped)
+      verdict.cause = {"the signer escapes characters of the method", "sign and send it as it reads"};
+    return;
   }
-  if (right) return;
   if (!escaped) {
     verdict.failedCheck = "signature";
-    verdict.reason = "it does not fit this text and this key";
+    verdict.reason =
+        outcome == Outcome::kWrong
+            ? "it does not fit this text and this key"
+            : "it cannot be computed here: not enough memory or threads for " + AskedFor(message.hash);
+  }
+  if (outcome == Outcome::kCannot) return;
+  const tool::Fits fits = [&message](const std::string& other, const tool::AccessKey& tried) {
+    return CPluginUtil::VerifySignature(other, tried.Bytes(), message.signature);
+  };
+  const std::size_t last = message.text.rfind(message.method);
+  if (!escaped && last != at &&
+      CPluginUtil::GetSignDigest(Unsigned(message.text, last, message.method), &digest) &&
+      fits(digest, key)) {
+    verdict.cause = {
+        "the method with its signature also stands earlier in the text, and receivers cut that one",
+        "do not quote the method in front of it"};
+    return;
   }
   Explain(message, text, key, fits, verdict);
 }
@@ -251,12 +317,15 @@ Verdict Judge(Message& message, const tool::AccessKey& key, const Options& optio
   Verdict verdict;
   AddNotes(message, verdict);
   for (const Check& check : kChecks) {
-    verdict.reason = check.fails(message, options);
-    if (verdict.reason.empty()) continue;
+    const std::string reason = check.fails(message, options);
+    if (reason.empty()) continue;
+    // An escaped method is the sender's fault alone: the signature is looked at all the same.
+    if (!verdict.failedCheck.empty()) return verdict;
     verdict.failedCheck = check.name;
-    break;
+    verdict.reason = reason;
+    if (verdict.failedCheck != kVerbatim) return verdict;
   }
-  if (verdict.failedCheck.empty() || verdict.failedCheck == kVerbatim) VerifyDigest(message, key, verdict);
+  VerifyDigest(message, key, verdict);
   return verdict;
 }
 
@@ -264,7 +333,7 @@ Verdict Judge(Message& message, const tool::AccessKey& key, const Options& optio
 
 void PrintLines(const Verdict& verdict) {
   const std::string failure = "wrong: " + verdict.failedCheck + ": " + verdict.reason;
-  std::cout << "signature: " << (verdict.failedCheck.empty() ? "right" : failure) << "\n";
+  std::cout << "signature: " << (verdict.failedCheck.empty() ? "right" : tool::Clear(failure)) << "\n";
   if (verdict.cause) {
     std::cout << "cause: " << verdict.cause->what << "\nmend: " << verdict.cause->remedy << "\n";
   }
@@ -279,7 +348,7 @@ void PrintJson(const Message& message, const Verdict& verdict) {
   const JsonPtr answer = NewObject();
   const tool::Cause cause = verdict.cause.value_or(tool::Cause());
   const char* const version =
-      Contains(message.bare, "v1") ? "v1" : (Contains(message.method, "v2") ? "v2" : "");
+      Contains(WithoutSignature(message), "v1") ? "v1" : (Contains(message.method, "v2") ? "v2" : "");
   AddBool(answer.get(), "valid", verdict.failedCheck.empty());
   AddTextOrNull(answer.get(), "failedCheck", verdict.failedCheck);
   AddTextOrNull(answer.get(), "reason", verdict.reason);
