@@ -14,7 +14,6 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
   set(package ${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
   set(share ${CPACK_TEMPORARY_DIRECTORY}/${component}${CPACK_PACKAGING_INSTALL_PREFIX}/share)
   set(documents ${share}/doc/${package})
-  file(REMOVE ${documents}/CHANGELOG.md)
   file(WRITE ${documents}/changelog "${changelog}")
   file(WRITE ${documents}/changelog.Debian
 "${package} (${version}-${CPACK_DEBIAN_PACKAGE_RELEASE}) unstable; urgency=medium

@@ -68,6 +68,19 @@ check_examples() {
     "$prefix"/usr/share/doc/libpluginsdk-dev/examples/*.cpp
 }
 
+# The guides lead to each other, to the examples and to the changelog, also where they are installed.
+check_links() {
+  local document link links
+  mapfile -t links < <(grep -roE --include='*.md' '\]\([^)#: ]+[)#]' "$prefix/usr/share/doc/libpluginsdk-dev")
+  [ ${#links[@]} -gt 0 ] || fail "the installed documents link to nothing"
+  for link in "${links[@]}"; do
+    document=${link%%:*}
+    link=${link#*:](}
+    link=${link%[)#]}
+    [ -e "$(dirname "$document")/$link" ] || fail "$document links to $link, which is not installed"
+  done
+}
+
 check_removal() {
   local path
   dpkg -L "${packages[@]}" | sort -u | grep -vxF -e '' -e /. >installed
@@ -104,4 +117,5 @@ esac
 check_tool
 check_consumers
 check_examples
+check_links
 [ "$way" = unpack ] || check_removal
