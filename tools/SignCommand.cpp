@@ -77,7 +77,7 @@ Request Dissect(const tool::Input& input, JsonPtr document, const std::string& g
   }
   JsonPtr params(cJSON_DetachItemFromObject(document.get(), "params"));
   if (params == nullptr) throw tool::Unusable(input.name + ": a request without \"params\"");
-  if (cJSON_IsObject(params.get()) == 0) throw tool::Unusable(input.name + ": \"params\" is not an object");
+  if (cJSON_IsObject(params.get()) == 0) throw tool::Unusable(input.name + R"(: "params" is not an object)");
   const std::string_view method = StringMember(document.get(), "method");
   const tool::RequestKind& kind =
       KindOf(given.empty() ? method : std::string_view(given), params.get(), input.name);
@@ -86,7 +86,7 @@ Request Dissect(const tool::Input& input, JsonPtr document, const std::string& g
                         member == cJSON_GetObjectItem(document.get(), "method");
     if (isUsed) continue;
     tool::Note('"' + std::string(member->string) +
-               "\" is left out: a request is \"jsonrpc\", \"params\" and \"method\"");
+               R"(" is left out: a request is "jsonrpc", "params" and "method")");
   }
   return {std::move(params), kind};
 }
