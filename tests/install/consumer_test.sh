@@ -59,12 +59,14 @@ install_and_move "$work/static-build" "$work/static"
 [ -z "$(find "$tree/" -name '*.so*')" ] || fail "a static build installs a shared library"
 build_both_ways static
 
-# Absolute folders are kept, whatever the prefix.
-cmake -D "CMAKE_INSTALL_LIBDIR=$work/fixed/lib" -D "CMAKE_INSTALL_INCLUDEDIR=$work/fixed/include" "$work/static-build" >/dev/null
+# Absolute folders are kept, whatever the prefix. CMake takes none inside the sources, where a build may be.
+fixed=$(mktemp -d)
+trap 'rm -rf "$fixed"' EXIT
+cmake -D "CMAKE_INSTALL_LIBDIR=$fixed/lib" -D "CMAKE_INSTALL_INCLUDEDIR=$fixed/include" "$work/static-build" >/dev/null
 cmake --install "$work/static-build" --prefix "$work/elsewhere" >/dev/null
 printf '%s\n' '#include <PluginSDK/PluginSDK_version.h>' '#include <string>' \
   "int main() { return std::string(PluginSDK_Version()) + PLUGINSDK_VERSION_STRING == \"$version$version\" ? 0 : 1; }" \
   >"$work/version.cpp"
-read -ra flags <<<"$(PKG_CONFIG_PATH=$work/fixed/lib/pkgconfig pkg-config --cflags --libs pluginsdk)"
+read -ra flags <<<"$(PKG_CONFIG_PATH=$fixed/lib/pkgconfig pkg-config --cflags --libs pluginsdk)"
 "$compiler" "$work/version.cpp" -o "$work/version" "${flags[@]}"
 "$work/version" || fail "header, library and pkg-config tell different versions"
