@@ -53,6 +53,7 @@ def markdown_table(results):
 
 LEFT, RIGHT, TOP, PAIR, BAR = 290, 90, 56, 46, 14
 WIDTH, PLOT = 900, 900 - LEFT - RIGHT
+DIGIT = 6.5  # at least as wide as a digit of the times in any sans-serif font at their size
 COLOURS = {"ours": "#2a6fbb", "peer": "#b9bec6", "aim": "#c0392b"}
 
 
@@ -84,13 +85,16 @@ def svg_grid(low, high, bottom):
 def svg_pair(result, y, position):
     parts = [svg_text(LEFT - 8, y + 11, result["operation"], "end"),
              svg_text(LEFT - 8, y + 11 + BAR, result["peer"], "end", 11, "#666")]
+    aim = position(result["limit_ns"]) if result["limit_ns"] else None
     for name, top in (("ours", y), ("peer", y + BAR)):
         end = position(result[name + "_ns"])
+        time = duration(result[name + "_ns"])
+        # The tick of the aim stands in the upper row; digits that it would cover go behind it.
+        covered = name == "ours" and aim is not None and end < aim + 5 and aim - 2 < end + 5 + DIGIT * len(time)
         parts.append(svg_rect(LEFT, top, end - LEFT, BAR - 2, COLOURS[name]))
-        parts.append(svg_text(end + 5, top + 10, duration(result[name + "_ns"]), size=10))
-    if result["limit_ns"]:
-        x = position(result["limit_ns"])
-        parts.append(f'<path d="M{x:.1f} {y - 3}v{BAR + 4}" stroke="{COLOURS["aim"]}" stroke-width="2"/>')
+        parts.append(svg_text((aim if covered else end) + 5, top + 10, time, size=10))
+    if aim is not None:
+        parts.append(f'<path d="M{aim:.1f} {y - 3}v{BAR + 1}" stroke="{COLOURS["aim"]}" stroke-width="2"/>')
     return parts
 
 
