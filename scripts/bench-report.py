@@ -90,7 +90,7 @@ def svg_pair(result, y, position):
         end = position(result[name + "_ns"])
         time = duration(result[name + "_ns"])
         # The tick of the aim stands in the upper row; digits that it would cover go behind it.
-        covered = name == "ours" and aim is not None and end < aim + 5 and aim - 2 < end + 5 + DIGIT * len(time)
+        covered = name == "ours" and aim is not None and end < aim < end + 7 + DIGIT * len(time)
         parts.append(svg_rect(LEFT, top, end - LEFT, BAR - 2, COLOURS[name]))
         parts.append(svg_text((aim if covered else end) + 5, top + 10, time, size=10))
     if aim is not None:
