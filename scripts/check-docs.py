@@ -3,7 +3,8 @@
 
 Doxygen warns of most names without words, but not of all: default constructors, deleted functions, and whatever
 it has not seen. So each public name is looked for in its XML, among the names the library exports and those
-that only the headers know. In the HTML every link leads somewhere, and nothing is fetched from elsewhere.
+that only the headers know. In the HTML every link leads somewhere, nothing is fetched from elsewhere, and code
+spans of the guides read as they were written.
 """
 import json
 import re
